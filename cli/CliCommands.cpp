@@ -1,0 +1,188 @@
+#include "cli/CliCommands.h"
+
+#include "cli/JsonDump.h"
+#include "telemetry/LogFileWriter.h"
+#include "telemetry/LogGenerator.h"
+#include "telemetry/MemorySensorTable.h"
+#include "telemetry/TelemetryData.h"
+
+#include <QFileInfo>
+#include <QSaveFile>
+#include <QTime>
+
+#include <functional>
+#include <map>
+
+namespace {
+const char kUsage[] = "usage: vexo-log <command> [arguments]\n"
+                      "\n"
+                      "commands:\n"
+                      "  info FILE              what a log holds: devices, variables, samples, messages\n"
+                      "  dump FILE              the whole log as JSON on standard output\n"
+                      "  convert IN OUT         read IN (by its extension) and write OUT as a native .log\n"
+                      "  generate --seconds S --rate HZ --devices D --seed N --out FILE\n"
+                      "                         write a realistic random flight as a native .log\n";
+
+struct Context
+{
+    QStringList args; // after the command name
+    std::FILE *out;
+    std::FILE *err;
+
+    int fail(const QString &message) const
+    {
+        std::fprintf(err, "vexo-log: %s\n", message.toUtf8().constData());
+        return 1;
+    }
+    int usage(const QString &message) const
+    {
+        std::fprintf(err, "vexo-log: %s\n\n%s", message.toUtf8().constData(), kUsage);
+        return 2;
+    }
+    void print(const QString &text) const { std::fputs(text.toUtf8().constData(), out); }
+};
+
+// Loads through the same readers and dispatch as the studio.
+bool readPackage(const Context &c, const QString &path, TelemetryDataPackage *package)
+{
+    MemorySensorTable sensors;
+    QString error;
+    if (!TelemetryData::readFile(path, package, &sensors, &error)) {
+        c.fail(error);
+        return false;
+    }
+    return true;
+}
+
+// Writes the whole file or nothing: a temporary file renamed into place.
+bool writeAtomically(const Context &c, const QString &path, const QByteArray &data)
+{
+    if (QFileInfo(path).isDir()) {
+        c.fail(QStringLiteral("%1: is a folder").arg(path));
+        return false;
+    }
+    QSaveFile file(path);
+    if (!file.open(QIODevice::WriteOnly)) {
+        c.fail(QStringLiteral("%1: cannot write: %2").arg(path, file.errorString()));
+        return false;
+    }
+    if (file.write(data) != data.size() || !file.commit()) {
+        c.fail(QStringLiteral("%1: cannot write: %2").arg(path, file.errorString()));
+        return false;
+    }
+    return true;
+}
+
+QString formatDuration(qint64 ms)
+{
+    return QStringLiteral("%1:%2:%3.%4")
+        .arg(ms / 3600000)
+        .arg(ms / 60000 % 60, 2, 10, QLatin1Char('0'))
+        .arg(ms / 1000 % 60, 2, 10, QLatin1Char('0'))
+        .arg(ms % 1000, 3, 10, QLatin1Char('0'));
+}
+
+int info(const Context &c)
+{
+    if (c.args.size() != 1)
+        return c.usage(QStringLiteral("info takes one file"));
+    TelemetryDataPackage p;
+    if (!readPackage(c, c.args.at(0), &p))
+        return 1;
+    const qint32 first = p.firstTimestamp();
+    const qint32 last = p.lastTimestamp();
+    QString text;
+    text += QStringLiteral("File:        %1\n").arg(c.args.at(0));
+    text += QStringLiteral("Name:        %1\n").arg(p.name());
+    text += QStringLiteral("Description: %1\n").arg(p.description());
+    text += QStringLiteral("Recorded:    %1\n").arg(p.recordingDate().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss")));
+    text += QStringLiteral("Duration:    %1 (%2 ms to %3 ms)\n")
+                .arg(formatDuration(std::max(0, last - first)))
+                .arg(first)
+                .arg(last);
+    text += QStringLiteral("Devices:     %1\n").arg(p.devices().size());
+    for (const TelemetrySensor &d : p.devices()) {
+        text += QStringLiteral("  %1  %2  (id %3)\n").arg(d.idText(), d.displayName()).arg(d.id());
+        for (const TelemetryVar &v : d.vars()) {
+            text += QStringLiteral("    %1  %2  [%3]  %4 samples\n")
+                        .arg(v.param(), 3)
+                        .arg(v.label(), v.unit())
+                        .arg(v.count());
+        }
+    }
+    text += QStringLiteral("Samples:     %1\n").arg(p.sampleCount());
+    if (p.droppedValues() > 0)
+        text += QStringLiteral("Dropped:     %1 samples of undescribed variables\n").arg(p.droppedValues());
+    text += QStringLiteral("Messages:    %1\n").arg(p.messages().size() - p.alarmCount());
+    text += QStringLiteral("Alarms:      %1\n").arg(p.alarmCount());
+    c.print(text);
+    return 0;
+}
+
+int dump(const Context &c)
+{
+    if (c.args.size() != 1)
+        return c.usage(QStringLiteral("dump takes one file"));
+    TelemetryDataPackage p;
+    if (!readPackage(c, c.args.at(0), &p))
+        return 1;
+    if (!JsonDump::write(p, c.out))
+        return c.fail(QStringLiteral("cannot write to standard output"));
+    return 0;
+}
+
+int convert(const Context &c)
+{
+    if (c.args.size() != 2)
+        return c.usage(QStringLiteral("convert takes an input and an output file"));
+    TelemetryDataPackage p;
+    if (!readPackage(c, c.args.at(0), &p))
+        return 1;
+    return writeAtomically(c, c.args.at(1), LogFileWriter::write(p)) ? 0 : 1;
+}
+
+int generate(const Context &c)
+{
+    LogGenerator::Options o;
+    QString outPath;
+    const std::map<QString, std::function<bool(const QString &)>> options = {
+        {QStringLiteral("--seconds"), [&](const QString &v) { bool ok; o.seconds = v.toInt(&ok); return ok && o.seconds >= 0; }},
+        {QStringLiteral("--rate"), [&](const QString &v) { bool ok; o.rate = v.toInt(&ok); return ok && o.rate > 0 && o.rate <= 1000; }},
+        {QStringLiteral("--devices"), [&](const QString &v) { bool ok; o.devices = v.toInt(&ok); return ok && o.devices > 0 && o.devices <= 256; }},
+        {QStringLiteral("--seed"), [&](const QString &v) { bool ok; o.seed = v.toULongLong(&ok); return ok; }},
+        {QStringLiteral("--out"), [&](const QString &v) { outPath = v; return !v.isEmpty(); }},
+    };
+    for (int i = 0; i < c.args.size(); i += 2) {
+        const auto it = options.find(c.args.at(i));
+        if (it == options.end())
+            return c.usage(QStringLiteral("generate: unknown option %1").arg(c.args.at(i)));
+        if (i + 1 >= c.args.size())
+            return c.usage(QStringLiteral("generate: %1 needs a value").arg(c.args.at(i)));
+        if (!it->second(c.args.at(i + 1)))
+            return c.usage(QStringLiteral("generate: bad value for %1: %2").arg(c.args.at(i), c.args.at(i + 1)));
+    }
+    if (outPath.isEmpty())
+        return c.usage(QStringLiteral("generate needs --out FILE"));
+    const TelemetryDataPackage p = LogGenerator::generate(o);
+    return writeAtomically(c, outPath, LogFileWriter::write(p)) ? 0 : 1;
+}
+} // namespace
+
+int CliCommands::run(const QStringList &arguments, std::FILE *out, std::FILE *err)
+{
+    if (arguments.isEmpty() || arguments.at(0) == QLatin1String("--help") || arguments.at(0) == QLatin1String("-h")) {
+        std::fputs(kUsage, arguments.isEmpty() ? err : out);
+        return arguments.isEmpty() ? 2 : 0;
+    }
+    const std::map<QString, int (*)(const Context &)> commands = {
+        {QStringLiteral("info"), &info},
+        {QStringLiteral("dump"), &dump},
+        {QStringLiteral("convert"), &convert},
+        {QStringLiteral("generate"), &generate},
+    };
+    Context c{arguments.mid(1), out, err};
+    const auto it = commands.find(arguments.at(0));
+    if (it == commands.end())
+        return c.usage(QStringLiteral("unknown command \"%1\"").arg(arguments.at(0)));
+    return it->second(c);
+}

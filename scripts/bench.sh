@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# Builds an optimised tree and runs the benchmarks on a generated ~200 MB flight (made once, kept in
+# bench-data/). Figures go to standard output.
+set -euo pipefail
+here=$(cd "$(dirname "$0")/.." && pwd)
+"$here/scripts/setup.sh" "$here/build-release" -DCMAKE_BUILD_TYPE=Release -DVEXO_BUILD_TESTS=OFF
+data="$here/bench-data"
+mkdir -p "$data"
+log="$data/flight-200mb.log"
+if [ ! -s "$log" ]; then
+    echo "Generating $log ..."
+    "$here/build-release/cli/vexo-log" generate --seconds 11400 --rate 50 --devices 6 --seed 1 --out "$log"
+fi
+"$here/build-release/bench/bench_native_log" "$log"

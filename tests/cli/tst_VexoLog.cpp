@@ -1,0 +1,199 @@
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <unistd.h>
+
+namespace {
+struct Result
+{
+    int code;
+    QByteArray out;
+    QByteArray err;
+};
+
+Result run(const QStringList &args)
+{
+    QProcess p;
+    p.start(QStringLiteral(VEXO_LOG_BINARY), args);
+    if (!p.waitForFinished(120000))
+        return {-1, {}, "timed out"};
+    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, p.readAllStandardOutput(),
+            p.readAllStandardError()};
+}
+
+QByteArray readAll(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+} // namespace
+
+class tst_VexoLog : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void generateIsDeterministic();
+    void info();
+    void dumpShape();
+    void convertIsByteIdenticalWithoutMessages();
+    void badInput_data();
+    void badInput();
+    void failedWriteLeavesNoFile();
+    void bundledSample();
+
+private:
+    QTemporaryDir m_dir;
+    QString m_log;
+};
+
+void tst_VexoLog::initTestCase()
+{
+    QVERIFY(m_dir.isValid());
+    m_log = m_dir.filePath("flight.log");
+    const Result r = run({"generate", "--seconds", "30", "--rate", "10", "--devices", "3", "--seed", "4", "--out", m_log});
+    QCOMPARE(r.code, 0);
+    QVERIFY(QFileInfo(m_log).size() > 1000);
+}
+
+void tst_VexoLog::generateIsDeterministic()
+{
+    const QString again = m_dir.filePath("again.log");
+    QCOMPARE(run({"generate", "--seconds", "30", "--rate", "10", "--devices", "3", "--seed", "4", "--out", again}).code, 0);
+    QCOMPARE(readAll(again), readAll(m_log));
+    const Result bad = run({"generate", "--rate", "fast", "--out", again});
+    QCOMPARE(bad.code, 2);
+    QVERIFY(bad.err.contains("--rate"));
+}
+
+void tst_VexoLog::info()
+{
+    const Result r = run({"info", m_log});
+    QCOMPARE(r.code, 0);
+    const QString text = QString::fromUtf8(r.out);
+    QVERIFY(text.contains(QStringLiteral("Name:        Ukázkový let 4")));
+    QVERIFY(text.contains(QStringLiteral("Přijímač REX 12")));
+    QVERIFY(text.contains(QStringLiteral("Napětí Rx  [V]  300 samples")));
+    QVERIFY(text.contains(QStringLiteral("Duration:    0:00:30.")));
+    QVERIFY(text.contains(QStringLiteral("Alarms:")));
+}
+
+void tst_VexoLog::dumpShape()
+{
+    const QString path = m_dir.filePath("small.log");
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write("# Small \"one\"\n# d\n000000000;0000100002;0;Rx; \n000000000;0000100002;1;Lat;\xB0\n"
+            "000000000;0000100002;2;Volt;V\n000001000;0000100002;1;9;2;3306800;2;1;2;-150\n"
+            "000001001;0000100002;15;16;0;Alarm: V;7;86\n");
+    f.close();
+    const Result r = run({"dump", path});
+    QCOMPARE(r.code, 0);
+    QJsonParseError error;
+    const QJsonObject o = QJsonDocument::fromJson(r.out, &error).object();
+    QCOMPARE(error.error, QJsonParseError::NoError);
+    QCOMPARE(o.keys(), QStringList({"description", "devices", "first_timestamp", "messages", "name"}));
+    QCOMPARE(o["name"].toString(), QStringLiteral("Small \"one\""));
+    QCOMPARE(o["first_timestamp"].toInt(), 1000);
+    const QJsonObject dev = o["devices"].toArray().at(0).toObject();
+    QCOMPARE(dev["id"].toDouble(), double(1u | (2u << 16)));
+    const QJsonArray params = dev["params"].toArray();
+    QCOMPARE(params.size(), 2);
+    const QJsonObject lat = params.at(0).toObject();
+    QCOMPARE(lat["unit"].toString(), QStringLiteral("°"));
+    QCOMPARE(lat["values"].toArray().at(0).toArray(), QJsonArray({1000, 9, 2, 3306800}));
+    QCOMPARE(lat["numbers"].toArray().at(0).toDouble(), -50.5);
+    QCOMPARE(params.at(1).toObject()["numbers"].toArray().at(0).toDouble(), -1.5);
+    const QJsonObject msg = o["messages"].toArray().at(0).toObject();
+    QCOMPARE(msg["text"].toString(), QStringLiteral("Alarm: V"));
+    QCOMPARE(msg["type"].toInt(), 7);
+    QCOMPARE(msg["value"].toInt(), 86);
+    QCOMPARE(msg["ts"].toInt(), 1001);
+}
+
+void tst_VexoLog::convertIsByteIdenticalWithoutMessages()
+{
+    // A log written elsewhere: every value line kind, Windows-1250 labels, no messages.
+    const QByteArray original = "# Cizí log\n# popis\n"
+                                "000000000;0000100002;0;P\xF8ij\xEDma\xE8; \n"
+                                "000000000;0000100002;1;Nap\xECt\xED;V\n"
+                                "000000000;0000100002;2;Signal;dB\n"
+                                "000000000;0000065535;0;GPS; \n"
+                                "000000000;0000065535;7;Alt;m\n"
+                                "000000010;0000100002;1;1;2;-300;2;0;0;-56\n"
+                                "000000010;0000065535;7;12;1;123456\n"
+                                "000000020;0000100002;2;0;0;12\n";
+    const QString in = m_dir.filePath("foreign.log");
+    QFile f(in);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write(original);
+    f.close();
+    const QString out = m_dir.filePath("converted.log");
+    QCOMPARE(run({"convert", in, out}).code, 0);
+    QCOMPARE(readAll(out), original);
+    QCOMPARE(run({"convert", m_log, out}).code, 0);
+}
+
+void tst_VexoLog::badInput_data()
+{
+    QTest::addColumn<QStringList>("args");
+    QTest::addColumn<QString>("mentions");
+    QTest::newRow("missing file") << QStringList({"info", "/nonexistent/x.log"}) << "/nonexistent/x.log";
+    QTest::newRow("a folder") << QStringList({"info", "FOLDER"}) << "folder";
+    QTest::newRow("unknown extension") << QStringList({"dump", "FILE.xyz"}) << "xyz";
+    QTest::newRow("unknown command") << QStringList({"frobnicate"}) << "frobnicate";
+    QTest::newRow("missing argument") << QStringList({"convert", "a.log"}) << "convert";
+}
+
+void tst_VexoLog::badInput()
+{
+    QFETCH(QStringList, args);
+    QFETCH(QString, mentions);
+    const QString folder = m_dir.filePath("dir.log");
+    QDir().mkpath(folder);
+    const QString xyz = m_dir.filePath("data.xyz");
+    QFile(m_log).copy(xyz);
+    args.replaceInStrings("FOLDER", folder);
+    args.replaceInStrings("FILE.xyz", xyz);
+    const Result r = run(args);
+    QVERIFY(r.code != 0);
+    QVERIFY(r.out.isEmpty());
+    QVERIFY2(r.err.startsWith("vexo-log: "), r.err.constData());
+    QVERIFY2(QString::fromUtf8(r.err).contains(mentions), r.err.constData());
+}
+
+void tst_VexoLog::failedWriteLeavesNoFile()
+{
+    const QString target = m_dir.filePath("no/such/folder/out.log");
+    const Result r = run({"convert", m_log, target});
+    QCOMPARE(r.code, 1);
+    QVERIFY(r.err.contains("out.log"));
+    QVERIFY(!QFileInfo::exists(target));
+    if (::geteuid() == 0)
+        return; // root reads anything: the unreadable case cannot be made here
+    const QString locked = m_dir.filePath("locked.log");
+    QFile::copy(m_log, locked);
+    QFile::setPermissions(locked, QFileDevice::WriteOwner);
+    const Result r2 = run({"info", locked});
+    QCOMPARE(r2.code, 1);
+    QVERIFY(r2.err.contains("locked.log"));
+}
+
+void tst_VexoLog::bundledSample()
+{
+    const QString sample = QStringLiteral(VEXO_SOURCE_DIR "/samples/sample-flight.log");
+    const Result r = run({"info", sample});
+    QCOMPARE(r.code, 0);
+    QVERIFY(r.out.contains("Devices:     6"));
+    // The sample is what the generator makes; regenerate it with scripts/make-sample.sh after changes.
+    const QString fresh = m_dir.filePath("sample.log");
+    QCOMPARE(run({"generate", "--seconds", "600", "--rate", "5", "--devices", "6", "--seed", "2026", "--out", fresh}).code, 0);
+    QCOMPARE(readAll(fresh), readAll(sample));
+}
+
+QTEST_GUILESS_MAIN(tst_VexoLog)
+#include "tst_VexoLog.moc"

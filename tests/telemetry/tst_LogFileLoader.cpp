@@ -1,0 +1,377 @@
+#include "telemetry/LogFileLoader.h"
+#include "telemetry/MemorySensorTable.h"
+
+#include <QBuffer>
+#include <QRandomGenerator>
+#include <QTextCodec>
+#include <QtTest>
+
+namespace {
+const QByteArray kDescription = "# flight\n# about\n"
+                                "000000000;0000100002;0;Rx; \n"
+                                "000000000;0000100002;1;Voltage;V\n"
+                                "000000000;0000100002;2;Speed;m/s\n";
+
+TelemetryDataPackage load(const QByteArray &bytes, SensorTable *sensors = nullptr, bool *ok = nullptr)
+{
+    QBuffer buffer;
+    buffer.setData(bytes);
+    buffer.open(QIODevice::ReadOnly);
+    LogFileLoader loader(sensors);
+    TelemetryDataPackage p;
+    const bool result = loader.load(&buffer, &p);
+    if (ok)
+        *ok = result;
+    return p;
+}
+
+// The general way only: every line decoded and split, as the XML reader feeds the parser.
+TelemetryDataPackage loadLineByLine(const QByteArray &bytes)
+{
+    LogFileLoader loader;
+    TelemetryDataPackage p;
+    QTextCodec *codec = QTextCodec::codecForName("Windows-1250");
+    for (const QByteArray &line : bytes.split('\n')) {
+        if (line.startsWith('#'))
+            continue;
+        loader.parseLine(codec->toUnicode(line).split(QLatin1Char(';')), &p);
+    }
+    return p;
+}
+
+QString describe(const TelemetryDataPackage &p)
+{
+    QString s = QStringLiteral("first=%1 dropped=%2\n").arg(p.firstTimestamp()).arg(p.droppedValues());
+    for (const TelemetrySensor &d : p.devices()) {
+        s += QStringLiteral("dev %1 %2\n").arg(d.id()).arg(d.name());
+        for (const TelemetryVar &v : d.vars()) {
+            s += QStringLiteral(" p%1 %2 [%3]:").arg(v.param()).arg(v.label(), v.unit());
+            for (const TelemetryValue &x : v.values())
+                s += QStringLiteral(" %1/%2/%3/%4").arg(x.timestamp).arg(x.type).arg(x.decimals).arg(x.value);
+            s += QLatin1Char('\n');
+        }
+    }
+    for (const TelemetryMessage &m : p.messages())
+        s += QStringLiteral("msg %1 %2 %3 %4 %5 %6\n").arg(m.timestamp).arg(m.deviceId).arg(m.text).arg(m.type).arg(m.value).arg(m.alarm);
+    return s;
+}
+
+const TelemetryVar *var(const TelemetryDataPackage &p, quint32 id, quint32 param)
+{
+    const TelemetrySensor *d = p.device(id);
+    return d ? d->var(param) : nullptr;
+}
+
+constexpr quint32 kRx = 1u | (2u << 16);
+} // namespace
+
+class tst_LogFileLoader : public QObject
+{
+    Q_OBJECT
+private slots:
+    void closedDeviceReadsNothing();
+    void headerLines();
+    void deviceIdField_data();
+    void deviceIdField();
+    void narrowing_data();
+    void narrowing();
+    void fastPathMatchesGeneralPath_data();
+    void fastPathMatchesGeneralPath();
+    void firstTimestampRule();
+    void crlfLineEnds();
+    void messages();
+    void alarmsCollapseWhileReading();
+    void undescribedValuesAreDropped();
+    void repeatedDescriptionDoesNotDuplicate();
+    void sensorTableConsulted();
+    void linesAcrossChunkBoundaries();
+    void overlongLineIsSkipped();
+    void cancelFromProgress();
+    void survivesArbitraryBytes();
+};
+
+void tst_LogFileLoader::closedDeviceReadsNothing()
+{
+    QBuffer buffer;
+    buffer.setData(kDescription);
+    LogFileLoader loader;
+    TelemetryDataPackage p;
+    QVERIFY(!loader.load(&buffer, &p));
+    QVERIFY(p.devices().isEmpty());
+    QVERIFY(!loader.lastError().isEmpty());
+}
+
+void tst_LogFileLoader::headerLines()
+{
+    const TelemetryDataPackage p = load("# My flight \n#xdesc one\n# two\n000000000;0000100002;0;Rx; \n# three\n");
+    QCOMPARE(p.name(), QStringLiteral("My flight"));
+    // The first two characters of a "#" line go whatever they are; the pieces join without separator.
+    QCOMPARE(p.description(), QStringLiteral("desc onetwothree"));
+
+    const TelemetryDataPackage q = load("000000000;0000100002;0;Rx; \n# not a name\n");
+    QCOMPARE(q.name(), QString());
+    QCOMPARE(q.description(), QStringLiteral("not a name"));
+
+    const TelemetryDataPackage u = load(QByteArray("# Let \xC5\x99\xC3\xAD\xC5\xA1\n"));
+    QCOMPARE(u.name(), QStringLiteral("Let říš"));
+}
+
+void tst_LogFileLoader::deviceIdField_data()
+{
+    QTest::addColumn<QString>("field");
+    QTest::addColumn<quint32>("id");
+    QTest::newRow("low 0, high 65535") << "0000065535" << (65535u << 16);
+    QTest::newRow("low and high") << "0000100002" << kRx;
+    QTest::newRow("9 characters are a plain decimal") << "000100002" << 100002u;
+    QTest::newRow("11 characters are a plain decimal") << "00000100002" << 100002u;
+    QTest::newRow("short decimal") << "42" << 42u;
+    QTest::newRow("not a number") << "abc" << 0u;
+    QTest::newRow("empty") << "" << 0u;
+}
+
+void tst_LogFileLoader::deviceIdField()
+{
+    QFETCH(QString, field);
+    QFETCH(quint32, id);
+    QCOMPARE(LogFileLoader::parseDeviceId(field), id);
+    // And the same through a whole file.
+    const QByteArray log = "000000000;" + field.toLatin1() + ";0;Dev; \n";
+    const TelemetryDataPackage p = load(log);
+    QCOMPARE(p.devices().size(), 1);
+    QCOMPARE(p.devices().at(0).id(), id);
+}
+
+void tst_LogFileLoader::narrowing_data()
+{
+    QTest::addColumn<QByteArray>("group");
+    QTest::addColumn<qint32>("value");
+    QTest::newRow("type 0 narrows to 8 bits") << QByteArray("1;0;0;200") << -56;
+    QTest::newRow("type 1 narrows to 16 bits") << QByteArray("1;1;0;40000") << -25536;
+    QTest::newRow("type 4 keeps 32 bits") << QByteArray("1;4;0;40000") << 40000;
+    QTest::newRow("type 12 keeps 32 bits") << QByteArray("1;12;0;-2147483648") << qint32(-2147483647 - 1);
+    QTest::newRow("64-bit value wraps to 32") << QByteArray("1;12;0;4294967297") << 1;
+    QTest::newRow("non-numeric value reads 0") << QByteArray("1;12;0;12x") << 0;
+    QTest::newRow("empty value reads 0") << QByteArray("1;12;0;") << 0;
+}
+
+void tst_LogFileLoader::narrowing()
+{
+    QFETCH(QByteArray, group);
+    QFETCH(qint32, value);
+    const TelemetryDataPackage p = load(kDescription + "000001000;0000100002;" + group + "\n");
+    const TelemetryVar *v = var(p, kRx, 1);
+    QVERIFY(v);
+    QCOMPARE(v->count(), 1);
+    QCOMPARE(v->values().at(0).value, value);
+}
+
+void tst_LogFileLoader::fastPathMatchesGeneralPath_data()
+{
+    QTest::addColumn<QByteArray>("line");
+    QTest::newRow("plain") << QByteArray("000001000;0000100002;1;1;2;1234;2;12;1;-55");
+    QTest::newRow("spaces around numbers") << QByteArray("  1000 ;0000100002; 1;1 ;2;1234");
+    QTest::newRow("plus sign") << QByteArray("+1000;0000100002;1;+1;2;+7");
+    QTest::newRow("negative timestamp") << QByteArray("-5;0000100002;1;1;2;7");
+    QTest::newRow("trailing CR") << QByteArray("000001000;0000100002;1;1;2;1234\r");
+    QTest::newRow("CR right after the id") << QByteArray("000001000;0000100002\r");
+    QTest::newRow("id as plain decimal") << QByteArray("000001000;131073;1;1;2;9");
+    QTest::newRow("negative 10-char id") << QByteArray("000001000;-000100002;1;1;2;9");
+    QTest::newRow("partial group ignored") << QByteArray("000001000;0000100002;1;1;2;9;2;12");
+    QTest::newRow("empty fields") << QByteArray("000001000;0000100002;;;;");
+    QTest::newRow("huge number") << QByteArray("000001000;0000100002;1;12;0;99999999999999999999");
+    QTest::newRow("type wraps to 16 only in 32 bits") << QByteArray("000001000;0000100002;1;4294967312;0;hello");
+    QTest::newRow("timestamp wraps") << QByteArray("4294968296;0000100002;1;12;0;5");
+    QTest::newRow("timestamp zero is a description") << QByteArray("0;0000100002;3;Extra;km");
+    QTest::newRow("message mid-line") << QByteArray("000001000;0000100002;1;12;0;5;15;16;0;Hi;2;0;1;12;0;6");
+    QTest::newRow("non-ASCII in a number") << QByteArray("000001000;0000100002;1;12;0;\xA0" "5\xA0");
+    QTest::newRow("letters") << QByteArray("garbage;in;here");
+    QTest::newRow("only a timestamp") << QByteArray("000001000");
+    QTest::newRow("empty line") << QByteArray("");
+}
+
+void tst_LogFileLoader::fastPathMatchesGeneralPath()
+{
+    QFETCH(QByteArray, line);
+    const QByteArray log = kDescription + "000000500;0000100002;1;12;0;1\n" + line + "\n000009000;0000100002;2;12;0;3\n";
+    QCOMPARE(describe(load(log)), describe(loadLineByLine(log)));
+}
+
+void tst_LogFileLoader::firstTimestampRule()
+{
+    TelemetryDataPackage p = load(kDescription + "000002000;0000100002;1;12;0;1\n000001500;0000100002\n"
+                                                 "000003000;0000100002;1;12;0;1\n");
+    QCOMPARE(p.firstTimestamp(), 1500); // any line's non-zero timestamp counts, even without values
+    p = load(kDescription);
+    QCOMPARE(p.firstTimestamp(), 0);
+    p = load(kDescription + "-20;0000100002;1;12;0;1\n000000300;0000100002;1;12;0;1\n");
+    QCOMPARE(p.firstTimestamp(), 300); // a negative first timestamp is replaced by the next one
+}
+
+void tst_LogFileLoader::crlfLineEnds()
+{
+    QByteArray log = kDescription + "000001000;0000100002;1;12;1;55;2;12;0;7\n000002000;0000100002;15;16;0;Ahoj;2;0\n";
+    log.replace("\n", "\r\n");
+    const TelemetryDataPackage p = load(log);
+    QCOMPARE(p.name(), QStringLiteral("flight"));
+    QCOMPARE(var(p, kRx, 1)->label(), QStringLiteral("Voltage"));
+    QCOMPARE(var(p, kRx, 1)->unit(), QStringLiteral("V"));
+    QCOMPARE(var(p, kRx, 1)->numberAt(0), 5.5);
+    QCOMPARE(var(p, kRx, 2)->numberAt(0), 7.0);
+    QCOMPARE(p.messages().size(), 1);
+    QCOMPARE(p.messages().at(0).text, QStringLiteral("Ahoj"));
+}
+
+void tst_LogFileLoader::messages()
+{
+    const QByteArray log = kDescription + "000001001;0000100002;15;16;0;Nízké napětí;2;0\n"
+                                          "000001002;0000100002;15;16;0; bare text \n"
+                                          "000001003;0000100002;15;16;0;typed;5;42\n";
+    const TelemetryDataPackage p = load(log);
+    QCOMPARE(p.messages().size(), 3);
+    QCOMPARE(p.messages().at(0).text, QStringLiteral("Nízké napětí")); // UTF-8 inside a Windows-1250 line
+    QCOMPARE(p.messages().at(0).timestamp, 1001);
+    QCOMPARE(p.messages().at(0).deviceId, kRx);
+    QCOMPARE(p.messages().at(1).text, QStringLiteral("bare text"));
+    QCOMPARE(p.messages().at(1).type, 2);
+    QCOMPARE(p.messages().at(1).value, 0);
+    QCOMPARE(p.messages().at(2).type, 5);
+    QCOMPARE(p.messages().at(2).value, 42);
+    QVERIFY(!p.messages().at(2).isAlarm());
+}
+
+void tst_LogFileLoader::alarmsCollapseWhileReading()
+{
+    const QByteArray log = "000001000;0000100002;15;16;0;Alarm: V;7;86\n"
+                           "000002000;0000100002;15;16;0;Alarm: V;7;86\n"  // repeat within 1500 ms
+                           "000002100;0000100002;15;16;0;Alarm: C;7;67\n"  // other character
+                           "000004000;0000100002;15;16;0;Alarm: C;7;67\n"; // more than 1500 ms later
+    const TelemetryDataPackage p = load(log);
+    QCOMPARE(p.messages().size(), 3);
+    QCOMPARE(p.alarmCount(), 3);
+    QCOMPARE(p.messages().at(0).alarm, quint8('V'));
+    QCOMPARE(p.messages().at(1).alarm, quint8('C'));
+    QCOMPARE(p.messages().at(2).timestamp, 4000);
+}
+
+void tst_LogFileLoader::undescribedValuesAreDropped()
+{
+    const TelemetryDataPackage p = load(kDescription + "000001000;0000100002;1;12;0;5;9;12;0;6\n"
+                                                       "000001000;0000300004;1;12;0;5\n");
+    QCOMPARE(var(p, kRx, 1)->count(), 1);
+    QCOMPARE(p.devices().size(), 1);
+    QCOMPARE(p.droppedValues(), qint64(2));
+}
+
+void tst_LogFileLoader::repeatedDescriptionDoesNotDuplicate()
+{
+    const TelemetryDataPackage p =
+        load(kDescription + "000000000;0000100002;1;Volts;V\n000000000;0000700001;3;Alone;m\n");
+    QCOMPARE(p.devices().at(0).vars().size(), 2);
+    QCOMPARE(var(p, kRx, 1)->label(), QStringLiteral("Volts"));
+    // A parameter line for an unknown device creates it, named "Sensor".
+    const TelemetrySensor *alone = p.device(7u | (1u << 16));
+    QVERIFY(alone);
+    QCOMPARE(alone->name(), QStringLiteral("Sensor"));
+    QCOMPARE(alone->vars().size(), 1);
+}
+
+void tst_LogFileLoader::sensorTableConsulted()
+{
+    MemorySensorTable table;
+    SensorRow speed;
+    speed.id = kRx;
+    speed.param = 2;
+    speed.unitConversion = QStringLiteral("1"); // km/h
+    table.insertDefaultSensor(speed);
+    const TelemetryDataPackage p = load(kDescription + "000001000;0000100002;2;12;0;10\n", &table);
+    QCOMPARE(var(p, kRx, 2)->displayUnit(), QStringLiteral("km/h"));
+    QCOMPARE(var(p, kRx, 2)->numberAt(0), 36.0);
+    // Missing rows are inserted with the label and unit from the file.
+    SensorRow row;
+    QVERIFY(table.findSensor(kRx, 1, &row));
+    QCOMPARE(row.label, QStringLiteral("Voltage"));
+    QCOMPARE(row.unit, QStringLiteral("V"));
+    QVERIFY(table.findSensor(kRx, 0, &row));
+    QCOMPARE(table.size(), 3);
+}
+
+void tst_LogFileLoader::linesAcrossChunkBoundaries()
+{
+    // Well over the reader's chunk size, with line lengths that do not divide it.
+    QByteArray log = kDescription;
+    for (int i = 1; i <= 120000; ++i)
+        log += QByteArray::number(i).rightJustified(9, '0') + ";0000100002;1;12;0;" + QByteArray::number(i * 7) +
+               ";2;12;3;" + QByteArray::number(-i) + "\n";
+    log.chop(1); // the last line has no line feed
+    const TelemetryDataPackage p = load(log);
+    const TelemetryVar *v1 = var(p, kRx, 1);
+    const TelemetryVar *v2 = var(p, kRx, 2);
+    QCOMPARE(v1->count(), 120000);
+    QCOMPARE(v2->count(), 120000);
+    for (int i = 0; i < 120000; i += 997) {
+        QCOMPARE(v1->values().at(i).timestamp, i + 1);
+        QCOMPARE(v1->values().at(i).value, (i + 1) * 7);
+        QCOMPARE(v2->values().at(i).value, -(i + 1));
+    }
+    QCOMPARE(v2->values().constLast().value, -120000);
+    // Storage is sized to the data, not doubled.
+    QVERIFY(v1->values().capacity() < 120000 + 120000 / 8);
+}
+
+void tst_LogFileLoader::overlongLineIsSkipped()
+{
+    QByteArray log = kDescription + "000001000;0000100002;1;12;0;5\n";
+    log += QByteArray(17 << 20, '7');
+    log += "\n000002000;0000100002;1;12;0;6\n";
+    const TelemetryDataPackage p = load(log);
+    QCOMPARE(var(p, kRx, 1)->count(), 2);
+    QCOMPARE(var(p, kRx, 1)->values().at(1).value, 6);
+}
+
+void tst_LogFileLoader::cancelFromProgress()
+{
+    QByteArray log = kDescription;
+    for (int i = 1; i <= 200000; ++i)
+        log += QByteArray::number(i).rightJustified(9, '0') + ";0000100002;1;12;0;1\n";
+    QBuffer buffer(&log);
+    buffer.open(QIODevice::ReadOnly);
+    LogFileLoader loader;
+    int calls = 0;
+    qint64 lastTotal = 0;
+    loader.setProgressHandler([&](qint64 done, qint64 total) {
+        lastTotal = total;
+        ++calls;
+        return done < total / 2;
+    });
+    TelemetryDataPackage p;
+    QVERIFY(!loader.load(&buffer, &p));
+    QCOMPARE(lastTotal, qint64(log.size()));
+    QVERIFY(calls >= 2);
+    QVERIFY(!loader.lastError().isEmpty());
+}
+
+void tst_LogFileLoader::survivesArbitraryBytes()
+{
+    QByteArray seed = kDescription + "000001000;0000100002;1;12;0;5;2;1;0;40000\n"
+                                     "000001001;0000100002;15;16;0;Alarm: V;7;86\n";
+    QRandomGenerator rng(12345);
+    for (int round = 0; round < 2000; ++round) {
+        QByteArray b = seed;
+        const int edits = 1 + int(rng.bounded(8));
+        for (int e = 0; e < edits; ++e) {
+            const int pos = int(rng.bounded(b.size()));
+            switch (rng.bounded(3)) {
+            case 0: b[pos] = char(rng.bounded(256)); break;
+            case 1: b.insert(pos, char(rng.bounded(256))); break;
+            default: b.remove(pos, 1 + int(rng.bounded(5))); break;
+            }
+        }
+        bool ok = false;
+        const TelemetryDataPackage p = load(b, nullptr, &ok);
+        QVERIFY(ok);
+        QCOMPARE(describe(load(b)), describe(p)); // deterministic
+    }
+}
+
+QTEST_MAIN(tst_LogFileLoader)
+#include "tst_LogFileLoader.moc"

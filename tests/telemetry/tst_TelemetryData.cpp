@@ -1,0 +1,186 @@
+#include "telemetry/LogFileWriter.h"
+#include "telemetry/LogGenerator.h"
+#include "telemetry/MemorySensorTable.h"
+#include "telemetry/TelemetryData.h"
+
+#include <QMetaMethod>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QtTest>
+
+namespace {
+constexpr quint32 kDev = 1u | (2u << 16);
+
+QString writeFile(const QTemporaryDir &dir, const QString &name, const QByteArray &bytes)
+{
+    const QString path = dir.filePath(name);
+    QFile f(path);
+    if (!f.open(QIODevice::WriteOnly) || f.write(bytes) != bytes.size())
+        return QString();
+    return path;
+}
+
+const QByteArray kLog = "# Sample\n# desc\n"
+                        "000000000;0000100002;0;Rx; \n"
+                        "000000000;0000100002;1;Speed;m/s\n"
+                        "000001000;0000100002;1;12;0;10\n"
+                        "000002000;0000100002;1;12;0;20\n"
+                        "000003000;0000100002;1;12;0;30\n"
+                        "000002500;0000100002;15;16;0;Hello;2;0\n";
+} // namespace
+
+class tst_TelemetryData : public QObject
+{
+    Q_OBJECT
+private slots:
+    void metaObjectOrder();
+    void loadByExtension_data();
+    void loadByExtension();
+    void loadSignalsAndNaming();
+    void refusedFilesKeepTheCurrentData();
+    void setUnitPersists();
+    void removeBeforeAndAfter();
+    void liveSamplesArriveInBatches();
+};
+
+void tst_TelemetryData::metaObjectOrder()
+{
+    const QMetaObject &mo = TelemetryData::staticMetaObject;
+    QStringList names;
+    for (int i = mo.methodOffset(); i < mo.methodCount(); ++i)
+        names << QString::fromLatin1(mo.method(i).name());
+    const QStringList expected = {"sensorsChanged", "valueAdded", "loggingStatusChanged", "statusChanged",
+                                  "logFileLoaded", "loadingStarted", "loadingFinished", "clearSensors",
+                                  "setLogging", "stopLogging", "updateTimestamps", "setUnit",
+                                  "removeDataBeforeTimestamp", "removeDataAfterTimestamp"};
+    QCOMPARE(names, expected);
+}
+
+void tst_TelemetryData::loadByExtension_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<int>("result");
+    QTest::newRow("log") << "a.log" << 1;
+    QTest::newRow("upper-case LOG") << "b.LOG" << 1;
+    QTest::newRow("csv is not opened by extension") << "c.csv" << 0;
+    QTest::newRow("no extension") << "d" << 0;
+    QTest::newRow("log inside the name only") << "e.log.bak" << 0;
+}
+
+void tst_TelemetryData::loadByExtension()
+{
+    QFETCH(QString, name);
+    QFETCH(int, result);
+    QTemporaryDir dir;
+    const QString path = writeFile(dir, name, kLog);
+    TelemetryData store;
+    QCOMPARE(store.loadFile(path), result);
+    QCOMPARE(store.sensors()->size(), result);
+    if (!result)
+        QVERIFY(store.lastError().contains(path));
+}
+
+void tst_TelemetryData::loadSignalsAndNaming()
+{
+    QTemporaryDir dir;
+    // Without a header line the file's base name names the recording.
+    const QString path = writeFile(dir, "evening.flight.log", kLog.mid(kLog.indexOf("000000000")));
+    const QDateTime mtime = QDateTime::currentDateTime().addDays(-3);
+    {
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::ReadWrite));
+        QVERIFY(f.setFileTime(mtime, QFileDevice::FileModificationTime));
+    }
+    TelemetryData store;
+    QStringList order;
+    connect(&store, &TelemetryData::loadingStarted, [&] { order << "started"; });
+    connect(&store, &TelemetryData::sensorsChanged, [&] { order << "sensors"; });
+    connect(&store, &TelemetryData::logFileLoaded, [&] { order << "loaded"; });
+    connect(&store, &TelemetryData::loadingFinished, [&] { order << "finished"; });
+    QCOMPARE(store.loadFile(path), 1);
+    QCOMPARE(order, QStringList({"started", "sensors", "loaded", "finished"}));
+    QCOMPARE(store.package().name(), QStringLiteral("evening"));
+    QCOMPARE(store.package().recordingDate().toSecsSinceEpoch(), mtime.toSecsSinceEpoch());
+    QCOMPARE(store.package().messages().size(), 1);
+}
+
+void tst_TelemetryData::refusedFilesKeepTheCurrentData()
+{
+    QTemporaryDir dir;
+    TelemetryData store;
+    QCOMPARE(store.loadFile(writeFile(dir, "good.log", kLog)), 1);
+    QCOMPARE(store.loadFile(dir.filePath("missing.log")), 0);
+    QVERIFY(store.lastError().contains(QStringLiteral("missing.log")));
+    QVERIFY(QDir(dir.path()).mkdir("folder.log"));
+    QCOMPARE(store.loadFile(dir.filePath("folder.log")), 0);
+    QVERIFY(store.lastError().contains(QStringLiteral("folder")));
+    QCOMPARE(store.package().name(), QStringLiteral("Sample"));
+}
+
+void tst_TelemetryData::setUnitPersists()
+{
+    QTemporaryDir dir;
+    MemorySensorTable table;
+    TelemetryData store(&table);
+    QCOMPARE(store.loadFile(writeFile(dir, "a.log", kLog)), 1);
+    QSignalSpy changed(&store, &TelemetryData::sensorsChanged);
+    store.setUnit({kDev, 1}, QStringLiteral("km/h"));
+    QCOMPARE(changed.count(), 1);
+    const TelemetryVar *v = store.package().device(kDev)->var(1);
+    QCOMPARE(v->displayUnit(), QStringLiteral("km/h"));
+    QCOMPARE(v->numberAt(0), 36.0);
+    store.setUnit({kDev, 1}, QStringLiteral("furlongs"));
+    QCOMPARE(v->displayUnit(), QStringLiteral("km/h"));
+    // The next load of any log with this variable shows it in the chosen unit again.
+    TelemetryData other(&table);
+    QCOMPARE(other.loadFile(writeFile(dir, "b.log", kLog)), 1);
+    QCOMPARE(other.package().device(kDev)->var(1)->displayUnit(), QStringLiteral("km/h"));
+}
+
+void tst_TelemetryData::removeBeforeAndAfter()
+{
+    QTemporaryDir dir;
+    TelemetryData store;
+    QCOMPARE(store.loadFile(writeFile(dir, "a.log", kLog)), 1);
+    store.removeDataBeforeTimestamp(2000);
+    const TelemetryVar *v = store.package().device(kDev)->var(1);
+    QCOMPARE(v->count(), 2);
+    QCOMPARE(v->values().at(0).timestamp, 2000);
+    QCOMPARE(store.package().firstTimestamp(), 2000);
+    store.removeDataAfterTimestamp(2400);
+    v = store.package().device(kDev)->var(1);
+    QCOMPARE(v->count(), 1);
+    QVERIFY(store.package().messages().isEmpty());
+}
+
+void tst_TelemetryData::liveSamplesArriveInBatches()
+{
+    TelemetryData store;
+    QSignalSpy added(&store, &TelemetryData::valueAdded);
+    store.describeSensor(kDev, 0, QStringLiteral("Rx"), QString());
+    store.describeSensor(kDev, 3, QStringLiteral("Volt"), QStringLiteral("V"));
+    QVector<TelemetrySample> batch;
+    for (int i = 0; i < 100; ++i) {
+        TelemetrySample s;
+        s.deviceId = kDev;
+        s.param = 3;
+        s.value.type = 1;
+        s.value.value = i;
+        s.value.timestamp = 10 * (i + 1);
+        batch << s;
+    }
+    store.appendSamples(batch);
+    store.appendSamples({});
+    QCOMPARE(added.count(), 1);
+    QCOMPARE(store.package().device(kDev)->var(3)->count(), 100);
+    QCOMPARE(store.package().firstTimestamp(), 10);
+    // Reloading replaces the package; live appends then go to the new one.
+    store.clearSensors();
+    store.describeSensor(kDev, 3, QStringLiteral("Volt"), QStringLiteral("V"));
+    store.appendSamples(batch.mid(0, 5));
+    QCOMPARE(store.package().device(kDev)->var(3)->count(), 5);
+    QCOMPARE(store.package().device(kDev)->name(), QStringLiteral("Sensor"));
+}
+
+QTEST_GUILESS_MAIN(tst_TelemetryData)
+#include "tst_TelemetryData.moc"
