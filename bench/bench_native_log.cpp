@@ -98,7 +98,8 @@ int main(int argc, char *argv[])
         if (out.open(QIODevice::WriteOnly))
             out.write(bytes);
     });
-    std::printf("write (serialise):        %8.0f ms  %7.0f MB/s\n", serialiseMs, mbPerSecond(bytes.size(), serialiseMs));
+    std::printf("write (serialise):        %8.0f ms  %7.0f MB/s\n", serialiseMs,
+                mbPerSecond(bytes.size(), serialiseMs));
     std::printf("write (serialise + file): %8.0f ms  %7.0f MB/s\n", serialiseMs + diskMs,
                 mbPerSecond(bytes.size(), serialiseMs + diskMs));
     bytes.clear();

@@ -95,7 +95,8 @@ int info(const Context &c)
     text += QStringLiteral("File:        %1\n").arg(c.args.at(0));
     text += QStringLiteral("Name:        %1\n").arg(p.name());
     text += QStringLiteral("Description: %1\n").arg(p.description());
-    text += QStringLiteral("Recorded:    %1\n").arg(p.recordingDate().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss")));
+    text += QStringLiteral("Recorded:    %1\n")
+                .arg(p.recordingDate().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss")));
     text += QStringLiteral("Duration:    %1 (%2 ms to %3 ms)\n")
                 .arg(formatDuration(std::max(0, last - first)))
                 .arg(first)
@@ -146,11 +147,35 @@ int generate(const Context &c)
     LogGenerator::Options o;
     QString outPath;
     const std::map<QString, std::function<bool(const QString &)>> options = {
-        {QStringLiteral("--seconds"), [&](const QString &v) { bool ok; o.seconds = v.toInt(&ok); return ok && o.seconds >= 0; }},
-        {QStringLiteral("--rate"), [&](const QString &v) { bool ok; o.rate = v.toInt(&ok); return ok && o.rate > 0 && o.rate <= 1000; }},
-        {QStringLiteral("--devices"), [&](const QString &v) { bool ok; o.devices = v.toInt(&ok); return ok && o.devices > 0 && o.devices <= 256; }},
-        {QStringLiteral("--seed"), [&](const QString &v) { bool ok; o.seed = v.toULongLong(&ok); return ok; }},
-        {QStringLiteral("--out"), [&](const QString &v) { outPath = v; return !v.isEmpty(); }},
+        {QStringLiteral("--seconds"),
+         [&](const QString &v) {
+             bool ok;
+             o.seconds = v.toInt(&ok);
+             return ok && o.seconds >= 0;
+         }},
+        {QStringLiteral("--rate"),
+         [&](const QString &v) {
+             bool ok;
+             o.rate = v.toInt(&ok);
+             return ok && o.rate > 0 && o.rate <= 1000;
+         }},
+        {QStringLiteral("--devices"),
+         [&](const QString &v) {
+             bool ok;
+             o.devices = v.toInt(&ok);
+             return ok && o.devices > 0 && o.devices <= 256;
+         }},
+        {QStringLiteral("--seed"),
+         [&](const QString &v) {
+             bool ok;
+             o.seed = v.toULongLong(&ok);
+             return ok;
+         }},
+        {QStringLiteral("--out"),
+         [&](const QString &v) {
+             outPath = v;
+             return !v.isEmpty();
+         }},
     };
     for (int i = 0; i < c.args.size(); i += 2) {
         const auto it = options.find(c.args.at(i));
@@ -159,7 +184,8 @@ int generate(const Context &c)
         if (i + 1 >= c.args.size())
             return c.usage(QStringLiteral("generate: %1 needs a value").arg(c.args.at(i)));
         if (!it->second(c.args.at(i + 1)))
-            return c.usage(QStringLiteral("generate: bad value for %1: %2").arg(c.args.at(i), c.args.at(i + 1)));
+            return c.usage(
+                QStringLiteral("generate: bad value for %1: %2").arg(c.args.at(i), c.args.at(i + 1)));
     }
     if (outPath.isEmpty())
         return c.usage(QStringLiteral("generate needs --out FILE"));
@@ -170,7 +196,8 @@ int generate(const Context &c)
 
 int CliCommands::run(const QStringList &arguments, std::FILE *out, std::FILE *err)
 {
-    if (arguments.isEmpty() || arguments.at(0) == QLatin1String("--help") || arguments.at(0) == QLatin1String("-h")) {
+    if (arguments.isEmpty() || arguments.at(0) == QLatin1String("--help") ||
+        arguments.at(0) == QLatin1String("-h")) {
         std::fputs(kUsage, arguments.isEmpty() ? err : out);
         return arguments.isEmpty() ? 2 : 0;
     }

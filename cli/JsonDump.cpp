@@ -18,8 +18,8 @@ public:
     }
     bool flush()
     {
-        if (!m_buffer.isEmpty() && std::fwrite(m_buffer.constData(), 1, size_t(m_buffer.size()), m_out) !=
-                                       size_t(m_buffer.size()))
+        if (!m_buffer.isEmpty() &&
+            std::fwrite(m_buffer.constData(), 1, size_t(m_buffer.size()), m_out) != size_t(m_buffer.size()))
             m_ok = false;
         m_buffer.clear();
         return m_ok;

@@ -148,8 +148,8 @@ int LogFileLoader::describeDevice(TelemetryDataPackage *package, quint32 id, con
     return index;
 }
 
-void LogFileLoader::describeParam(TelemetryDataPackage *package, quint32 id, quint32 param, const QString &label,
-                                  const QString &unit)
+void LogFileLoader::describeParam(TelemetryDataPackage *package, quint32 id, quint32 param,
+                                  const QString &label, const QString &unit)
 {
     if (m_package != package)
         beginPackage(package, -1);
@@ -199,7 +199,8 @@ void LogFileLoader::growValues(QVector<TelemetryValue> &values)
     values.reserve(int(target));
 }
 
-void LogFileLoader::appendValue(quint32 id, quint32 param, const TelemetryValue &v, TelemetryDataPackage *package)
+void LogFileLoader::appendValue(quint32 id, quint32 param, const TelemetryValue &v,
+                                TelemetryDataPackage *package)
 {
     if (Q_UNLIKELY(m_package != package))
         beginPackage(package, -1);
@@ -384,7 +385,9 @@ bool LogFileLoader::load(QIODevice *device, TelemetryDataPackage *package)
     const qint64 total = device->isSequential() ? -1 : device->size() - device->pos();
     beginPackage(package, total);
 
-    QByteArray buffer(int(kChunkSize), Qt::Uninitialized);
+    // Small inputs (database blobs, tests) need no full-size chunk.
+    const qint64 bufferSize = total >= 0 ? std::min(kChunkSize, std::max<qint64>(total + 1, 4096)) : kChunkSize;
+    QByteArray buffer(int(bufferSize), Qt::Uninitialized);
     qint64 carry = 0;      // bytes of an unfinished line kept at the buffer's start
     qint64 readTotal = 0;  // bytes read from the device
     bool skipping = false; // inside an overlong line, dropping bytes up to its end

@@ -4,9 +4,9 @@
 #include <QtGlobal>
 
 #include <charconv>
+#include <climits>
 #include <cstring>
 #include <memory>
-#include <climits>
 #include <vector>
 
 namespace {
@@ -153,8 +153,8 @@ QByteArray LogFileWriter::write(const TelemetryDataPackage &package)
         char buf[64];
         char *e = putPadded(buf, qint64(m.timestamp) + 1, 9);
         out.append(buf, int(e - buf));
-        out += ';' + deviceIdField(m.deviceId) + ";15;16;0;" + text.toUtf8() + ';' + QByteArray::number(type) +
-               ';' + QByteArray::number(value) + '\n';
+        out += ';' + deviceIdField(m.deviceId) + ";15;16;0;" + text.toUtf8() + ';' +
+               QByteArray::number(type) + ';' + QByteArray::number(value) + '\n';
     }
     return out;
 }

@@ -44,23 +44,40 @@ struct DeviceSpec
 const std::vector<DeviceSpec> &deviceSpecs()
 {
     static const std::vector<DeviceSpec> specs = {
-        {0x0A01, "Přijímač REX 12", {{1, "Napětí Rx", "V", 1, 2}, {2, "Signál A1", "dB", 0, 0},
-                                      {3, "Kvalita Q", "%", 0, 0}, {4, "Teplota Rx", "°C", 0, 0}}},
-        {0x0A10, "GPS modul", {{1, "Zeměpisná šířka", "°", 9, 0}, {2, "Zeměpisná délka", "°", 9, 1},
-                               {3, "Výška", "m", 1, 1}, {4, "Rychlost", "m/s", 1, 1},
-                               {5, "Satelity", "", 0, 0}, {6, "Čas", "", 5, 0}, {7, "Datum", "", 5, 1}}},
-        {0x0A20, "Senzor baterie – pohon", {{1, "Napětí", "V", 12, 2}, {2, "Proud", "A", 12, 1},
-                                            {3, "Kapacita", "mAh", 12, 0}, {4, "Článek min.", "V", 1, 2}}},
-        {0x0A30, "Výškoměr a vario", {{1, "Výška", "m", 12, 1}, {2, "Vario", "m/s", 1, 2},
-                                       {3, "Tlak", "kPa", 12, 2}}},
+        {0x0A01,
+         "Přijímač REX 12",
+         {{1, "Napětí Rx", "V", 1, 2},
+          {2, "Signál A1", "dB", 0, 0},
+          {3, "Kvalita Q", "%", 0, 0},
+          {4, "Teplota Rx", "°C", 0, 0}}},
+        {0x0A10,
+         "GPS modul",
+         {{1, "Zeměpisná šířka", "°", 9, 0},
+          {2, "Zeměpisná délka", "°", 9, 1},
+          {3, "Výška", "m", 1, 1},
+          {4, "Rychlost", "m/s", 1, 1},
+          {5, "Satelity", "", 0, 0},
+          {6, "Čas", "", 5, 0},
+          {7, "Datum", "", 5, 1}}},
+        {0x0A20,
+         "Senzor baterie – pohon",
+         {{1, "Napětí", "V", 12, 2},
+          {2, "Proud", "A", 12, 1},
+          {3, "Kapacita", "mAh", 12, 0},
+          {4, "Článek min.", "V", 1, 2}}},
+        {0x0A30,
+         "Výškoměr a vario",
+         {{1, "Výška", "m", 12, 1}, {2, "Vario", "m/s", 1, 2}, {3, "Tlak", "kPa", 12, 2}}},
         {0x0A40, "Rychloměr Pitot", {{1, "Rychlost vzduchu", "m/s", 12, 1}}},
-        {0x0A50, "Teploměr dvojitý", {{1, "Teplota motoru", "°C", 1, 1}, {2, "Teplota regulátoru", "°C", 1, 1}}},
+        {0x0A50,
+         "Teploměr dvojitý",
+         {{1, "Teplota motoru", "°C", 1, 1}, {2, "Teplota regulátoru", "°C", 1, 1}}},
     };
     return specs;
 }
 
-const char *const kMessages[] = {"Start motoru", "Přistání", "Nízké napětí přijímače", "Ztráta signálu GPS",
-                                 "Vzlet – režim 2", "Kontrola řízení OK"};
+const char *const kMessages[] = {"Start motoru",       "Přistání",        "Nízké napětí přijímače",
+                                 "Ztráta signálu GPS", "Vzlet – režim 2", "Kontrola řízení OK"};
 const char kAlarms[] = {'V', 'C', 'T', 'A'};
 
 // A bounded random walk around a centre, so values look like a sensor rather than noise.
@@ -138,9 +155,10 @@ TelemetryDataPackage LogGenerator::generate(const Options &options)
                     v.value = qint32((quint32(whole) << 16) | quint32(std::lround((deg - whole) * 60000.0)));
                 } else if (p.type == 5) {
                     const qint64 secs = 10 * 3600 + ts / 1000;
-                    v.value = (p.decimals & 1) ? qint32((24 << 16) | (6 << 8) | 26)
-                                               : qint32(((secs / 3600 % 24) << 16) | ((secs / 60 % 60) << 8) |
-                                                        (secs % 60));
+                    v.value =
+                        (p.decimals & 1)
+                            ? qint32((24 << 16) | (6 << 8) | 26)
+                            : qint32(((secs / 3600 % 24) << 16) | ((secs / 60 % 60) << 8) | (secs % 60));
                 } else {
                     const double x = walks[size_t(i)].step(rng);
                     const double limit = p.type == 0 ? 127 : p.type == 1 ? 32767 : 2e9;

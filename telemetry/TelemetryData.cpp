@@ -13,8 +13,7 @@
 namespace {
 using LoaderFactory = std::unique_ptr<LogFileLoader> (*)(SensorTable *);
 
-template <class Loader>
-std::unique_ptr<LogFileLoader> makeLoader(SensorTable *sensors)
+template <class Loader> std::unique_ptr<LogFileLoader> makeLoader(SensorTable *sensors)
 {
     return std::make_unique<Loader>(sensors);
 }
@@ -198,8 +197,9 @@ void TelemetryData::removeDataBeforeTimestamp(qint64 timestamp)
     for (TelemetrySensor &s : m_package.devices()) {
         for (TelemetryVar &v : s.vars()) {
             QVector<TelemetryValue> &values = v.values();
-            const auto it = std::lower_bound(values.begin(), values.end(), timestamp,
-                                             [](const TelemetryValue &x, qint64 t) { return x.timestamp < t; });
+            const auto it =
+                std::lower_bound(values.begin(), values.end(), timestamp,
+                                 [](const TelemetryValue &x, qint64 t) { return x.timestamp < t; });
             values.erase(values.begin(), it);
             v.setCursor(0);
         }
@@ -218,8 +218,9 @@ void TelemetryData::removeDataAfterTimestamp(qint64 timestamp)
     for (TelemetrySensor &s : m_package.devices()) {
         for (TelemetryVar &v : s.vars()) {
             QVector<TelemetryValue> &values = v.values();
-            const auto it = std::upper_bound(values.begin(), values.end(), timestamp,
-                                             [](qint64 t, const TelemetryValue &x) { return t < x.timestamp; });
+            const auto it =
+                std::upper_bound(values.begin(), values.end(), timestamp,
+                                 [](qint64 t, const TelemetryValue &x) { return t < x.timestamp; });
             values.erase(it, values.end());
             v.setCursor(std::min(v.cursor(), std::max(0, values.size() - 1)));
         }

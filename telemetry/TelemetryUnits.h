@@ -7,7 +7,17 @@
 class TelemetryUnits
 {
 public:
-    enum Category : quint8 { None = 0, Length, Speed, Temperature, Pressure, Volume, Flow, CategoryCount };
+    enum Category : quint8
+    {
+        None = 0,
+        Length,
+        Speed,
+        Temperature,
+        Pressure,
+        Volume,
+        Flow,
+        CategoryCount
+    };
 
     static quint8 categoryOf(const QString &baseUnit);
     static QStringList targetUnits(quint8 category);

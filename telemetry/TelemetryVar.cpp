@@ -62,7 +62,8 @@ int TelemetryVar::findPair(qint64 t, int *hint) const
             }
         }
     }
-    const auto it = std::upper_bound(v, v + n, t, [](qint64 t, const TelemetryValue &x) { return t < x.timestamp; });
+    const auto it =
+        std::upper_bound(v, v + n, t, [](qint64 t, const TelemetryValue &x) { return t < x.timestamp; });
     const int i = int(it - v) - 1;
     if (i < 0 || i >= n - 1)
         return -1;

@@ -10,7 +10,12 @@
 class TelemetryVar
 {
 public:
-    enum Interpolation { Linear = 0, Hold = 1, HoldWithGapLimit = 2 };
+    enum Interpolation
+    {
+        Linear = 0,
+        Hold = 1,
+        HoldWithGapLimit = 2
+    };
     // Samples further apart than this show as a gap in hold-with-gap-limit mode.
     static constexpr qint32 kGapLimitMs = 1501;
 

@@ -55,7 +55,8 @@ void tst_VexoLog::initTestCase()
 {
     QVERIFY(m_dir.isValid());
     m_log = m_dir.filePath("flight.log");
-    const Result r = run({"generate", "--seconds", "30", "--rate", "10", "--devices", "3", "--seed", "4", "--out", m_log});
+    const Result r =
+        run({"generate", "--seconds", "30", "--rate", "10", "--devices", "3", "--seed", "4", "--out", m_log});
     QCOMPARE(r.code, 0);
     QVERIFY(QFileInfo(m_log).size() > 1000);
 }
@@ -63,7 +64,10 @@ void tst_VexoLog::initTestCase()
 void tst_VexoLog::generateIsDeterministic()
 {
     const QString again = m_dir.filePath("again.log");
-    QCOMPARE(run({"generate", "--seconds", "30", "--rate", "10", "--devices", "3", "--seed", "4", "--out", again}).code, 0);
+    QCOMPARE(
+        run({"generate", "--seconds", "30", "--rate", "10", "--devices", "3", "--seed", "4", "--out", again})
+            .code,
+        0);
     QCOMPARE(readAll(again), readAll(m_log));
     const Result bad = run({"generate", "--rate", "fast", "--out", again});
     QCOMPARE(bad.code, 2);
@@ -191,7 +195,10 @@ void tst_VexoLog::bundledSample()
     QVERIFY(r.out.contains("Devices:     6"));
     // The sample is what the generator makes; regenerate it with scripts/make-sample.sh after changes.
     const QString fresh = m_dir.filePath("sample.log");
-    QCOMPARE(run({"generate", "--seconds", "600", "--rate", "5", "--devices", "6", "--seed", "2026", "--out", fresh}).code, 0);
+    QCOMPARE(run({"generate", "--seconds", "600", "--rate", "5", "--devices", "6", "--seed", "2026", "--out",
+                  fresh})
+                 .code,
+             0);
     QCOMPARE(readAll(fresh), readAll(sample));
 }
 

@@ -52,7 +52,13 @@ QString describe(const TelemetryDataPackage &p)
         }
     }
     for (const TelemetryMessage &m : p.messages())
-        s += QStringLiteral("msg %1 %2 %3 %4 %5 %6\n").arg(m.timestamp).arg(m.deviceId).arg(m.text).arg(m.type).arg(m.value).arg(m.alarm);
+        s += QStringLiteral("msg %1 %2 %3 %4 %5 %6\n")
+                 .arg(m.timestamp)
+                 .arg(m.deviceId)
+                 .arg(m.text)
+                 .arg(m.type)
+                 .arg(m.value)
+                 .arg(m.alarm);
     return s;
 }
 
@@ -103,7 +109,8 @@ void tst_LogFileLoader::closedDeviceReadsNothing()
 
 void tst_LogFileLoader::headerLines()
 {
-    const TelemetryDataPackage p = load("# My flight \n#xdesc one\n# two\n000000000;0000100002;0;Rx; \n# three\n");
+    const TelemetryDataPackage p =
+        load("# My flight \n#xdesc one\n# two\n000000000;0000100002;0;Rx; \n# three\n");
     QCOMPARE(p.name(), QStringLiteral("My flight"));
     // The first two characters of a "#" line go whatever they are; the pieces join without separator.
     QCOMPARE(p.description(), QStringLiteral("desc onetwothree"));
@@ -179,11 +186,13 @@ void tst_LogFileLoader::fastPathMatchesGeneralPath_data()
     QTest::newRow("partial group ignored") << QByteArray("000001000;0000100002;1;1;2;9;2;12");
     QTest::newRow("empty fields") << QByteArray("000001000;0000100002;;;;");
     QTest::newRow("huge number") << QByteArray("000001000;0000100002;1;12;0;99999999999999999999");
-    QTest::newRow("type wraps to 16 only in 32 bits") << QByteArray("000001000;0000100002;1;4294967312;0;hello");
+    QTest::newRow("type wraps to 16 only in 32 bits")
+        << QByteArray("000001000;0000100002;1;4294967312;0;hello");
     QTest::newRow("timestamp wraps") << QByteArray("4294968296;0000100002;1;12;0;5");
     QTest::newRow("timestamp zero is a description") << QByteArray("0;0000100002;3;Extra;km");
     QTest::newRow("message mid-line") << QByteArray("000001000;0000100002;1;12;0;5;15;16;0;Hi;2;0;1;12;0;6");
-    QTest::newRow("non-ASCII in a number") << QByteArray("000001000;0000100002;1;12;0;\xA0" "5\xA0");
+    QTest::newRow("non-ASCII in a number") << QByteArray("000001000;0000100002;1;12;0;\xA0"
+                                                         "5\xA0");
     QTest::newRow("letters") << QByteArray("garbage;in;here");
     QTest::newRow("only a timestamp") << QByteArray("000001000");
     QTest::newRow("empty line") << QByteArray("");
@@ -192,7 +201,8 @@ void tst_LogFileLoader::fastPathMatchesGeneralPath_data()
 void tst_LogFileLoader::fastPathMatchesGeneralPath()
 {
     QFETCH(QByteArray, line);
-    const QByteArray log = kDescription + "000000500;0000100002;1;12;0;1\n" + line + "\n000009000;0000100002;2;12;0;3\n";
+    const QByteArray log =
+        kDescription + "000000500;0000100002;1;12;0;1\n" + line + "\n000009000;0000100002;2;12;0;3\n";
     QCOMPARE(describe(load(log)), describe(loadLineByLine(log)));
 }
 
@@ -209,7 +219,8 @@ void tst_LogFileLoader::firstTimestampRule()
 
 void tst_LogFileLoader::crlfLineEnds()
 {
-    QByteArray log = kDescription + "000001000;0000100002;1;12;1;55;2;12;0;7\n000002000;0000100002;15;16;0;Ahoj;2;0\n";
+    QByteArray log =
+        kDescription + "000001000;0000100002;1;12;1;55;2;12;0;7\n000002000;0000100002;15;16;0;Ahoj;2;0\n";
     log.replace("\n", "\r\n");
     const TelemetryDataPackage p = load(log);
     QCOMPARE(p.name(), QStringLiteral("flight"));
@@ -300,8 +311,8 @@ void tst_LogFileLoader::linesAcrossChunkBoundaries()
     // Well over the reader's chunk size, with line lengths that do not divide it.
     QByteArray log = kDescription;
     for (int i = 1; i <= 120000; ++i)
-        log += QByteArray::number(i).rightJustified(9, '0') + ";0000100002;1;12;0;" + QByteArray::number(i * 7) +
-               ";2;12;3;" + QByteArray::number(-i) + "\n";
+        log += QByteArray::number(i).rightJustified(9, '0') + ";0000100002;1;12;0;" +
+               QByteArray::number(i * 7) + ";2;12;3;" + QByteArray::number(-i) + "\n";
     log.chop(1); // the last line has no line feed
     const TelemetryDataPackage p = load(log);
     const TelemetryVar *v1 = var(p, kRx, 1);
@@ -361,9 +372,15 @@ void tst_LogFileLoader::survivesArbitraryBytes()
         for (int e = 0; e < edits; ++e) {
             const int pos = int(rng.bounded(b.size()));
             switch (rng.bounded(3)) {
-            case 0: b[pos] = char(rng.bounded(256)); break;
-            case 1: b.insert(pos, char(rng.bounded(256))); break;
-            default: b.remove(pos, 1 + int(rng.bounded(5))); break;
+            case 0:
+                b[pos] = char(rng.bounded(256));
+                break;
+            case 1:
+                b.insert(pos, char(rng.bounded(256)));
+                break;
+            default:
+                b.remove(pos, 1 + int(rng.bounded(5)));
+                break;
             }
         }
         bool ok = false;

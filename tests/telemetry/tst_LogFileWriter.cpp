@@ -3,8 +3,8 @@
 #include "telemetry/LogGenerator.h"
 
 #include <QBuffer>
-#include <cstring>
 #include <QtTest>
+#include <cstring>
 
 namespace {
 constexpr quint32 kA = 1u | (2u << 16);
@@ -115,7 +115,8 @@ void tst_LogFileWriter::exactBytes()
     // Description lines are Windows-1250.
     expected += "000000000;0000100002;0;P\xF8ij\xEDma\xE8; \n";
     expected += "000000000;0000100002;1;Nap\xECt\xED;V\n";
-    expected += "000000000;0000100002;2;Teplota;\xB0" "C\n";
+    expected += "000000000;0000100002;2;Teplota;\xB0"
+                "C\n";
     expected += "000000000;0000065535;0;GPS; \n";
     expected += "000000000;0000065535;1;V\xFD\x9Aka;m\n";
     expected += "000000000;0000065535;4;\x8A\xED\xF8ka;\xB0\n";

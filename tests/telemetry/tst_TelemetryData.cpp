@@ -49,10 +49,20 @@ void tst_TelemetryData::metaObjectOrder()
     QStringList names;
     for (int i = mo.methodOffset(); i < mo.methodCount(); ++i)
         names << QString::fromLatin1(mo.method(i).name());
-    const QStringList expected = {"sensorsChanged", "valueAdded", "loggingStatusChanged", "statusChanged",
-                                  "logFileLoaded", "loadingStarted", "loadingFinished", "clearSensors",
-                                  "setLogging", "stopLogging", "updateTimestamps", "setUnit",
-                                  "removeDataBeforeTimestamp", "removeDataAfterTimestamp"};
+    const QStringList expected = {"sensorsChanged",
+                                  "valueAdded",
+                                  "loggingStatusChanged",
+                                  "statusChanged",
+                                  "logFileLoaded",
+                                  "loadingStarted",
+                                  "loadingFinished",
+                                  "clearSensors",
+                                  "setLogging",
+                                  "stopLogging",
+                                  "updateTimestamps",
+                                  "setUnit",
+                                  "removeDataBeforeTimestamp",
+                                  "removeDataAfterTimestamp"};
     QCOMPARE(names, expected);
 }
 

@@ -84,15 +84,23 @@ void tst_TelemetryModel::units_data()
     QTest::addColumn<double>("value");
     QTest::addColumn<double>("expected");
 
-    QTest::newRow("m/s in km/h") << "m/s" << "km/h" << 10.0 << 36.0;
+    QTest::newRow("m/s in km/h") << "m/s"
+                                 << "km/h" << 10.0 << 36.0;
     QTest::newRow("°C in °F") << QStringLiteral("°C") << QStringLiteral("°F") << 20.0 << 68.0;
-    QTest::newRow("m in ft.") << "m" << "ft." << 100.0 << 328.084;
-    QTest::newRow("kPa in hPa") << "kPa" << "hPa" << 101.3 << 1013.0;
-    QTest::newRow("ml in l") << "ml" << "l" << 1500.0 << 1.5;
-    QTest::newRow("mlM in l/m") << "mlM" << "l/m" << 250.0 << 0.25;
-    QTest::newRow("base unit unchanged") << "m/s" << "m/s" << 12.5 << 12.5;
-    QTest::newRow("unknown unit never converts") << "km/h" << "mph" << 50.0 << 50.0;
-    QTest::newRow("unit texts compare exactly") << "M" << "km" << 1000.0 << 1000.0;
+    QTest::newRow("m in ft.") << "m"
+                              << "ft." << 100.0 << 328.084;
+    QTest::newRow("kPa in hPa") << "kPa"
+                                << "hPa" << 101.3 << 1013.0;
+    QTest::newRow("ml in l") << "ml"
+                             << "l" << 1500.0 << 1.5;
+    QTest::newRow("mlM in l/m") << "mlM"
+                                << "l/m" << 250.0 << 0.25;
+    QTest::newRow("base unit unchanged") << "m/s"
+                                         << "m/s" << 12.5 << 12.5;
+    QTest::newRow("unknown unit never converts") << "km/h"
+                                                 << "mph" << 50.0 << 50.0;
+    QTest::newRow("unit texts compare exactly") << "M"
+                                                << "km" << 1000.0 << 1000.0;
 }
 
 void tst_TelemetryModel::units()
@@ -192,10 +200,10 @@ void tst_TelemetryModel::alarmCollapse()
 {
     TelemetryDataPackage p;
     QVERIFY(p.acceptAlarm('V', 1000));
-    QVERIFY(!p.acceptAlarm('V', 2000));  // same alarm within 1500 ms
-    QVERIFY(!p.acceptAlarm('V', 2500));  // 1500 ms since the kept one is not "more than"
-    QVERIFY(p.acceptAlarm('V', 2501));   // more than 1500 ms
-    QVERIFY(p.acceptAlarm('C', 2600));   // another character at once
+    QVERIFY(!p.acceptAlarm('V', 2000)); // same alarm within 1500 ms
+    QVERIFY(!p.acceptAlarm('V', 2500)); // 1500 ms since the kept one is not "more than"
+    QVERIFY(p.acceptAlarm('V', 2501));  // more than 1500 ms
+    QVERIFY(p.acceptAlarm('C', 2600));  // another character at once
     QVERIFY(p.acceptAlarm('V', 2700));
     QCOMPARE(p.lastAlarm(), quint8('V'));
     QCOMPARE(p.lastAlarmTime(), qint64(2700));
