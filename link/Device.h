@@ -6,7 +6,10 @@
 // One device on the bus, or one extension reported behind a device.
 struct Device
 {
-    enum Flag : quint8 { Configured = 0x01 };
+    enum Flag : quint8
+    {
+        Configured = 0x01
+    };
 
     quint32 identifier = 0;
     quint16 hardware = 0;

@@ -21,7 +21,8 @@ Q_DECLARE_METATYPE(JoystickInfo)
 Q_DECLARE_METATYPE(JoystickVector)
 Q_DECLARE_METATYPE(JoystickAxisMap)
 
-// Game controllers through SDL2, GUI-free, used from the serial thread.
+// Game controllers through SDL2, GUI-free, used from the serial thread. Not thread-safe: one thread
+// owns the reader and makes every call.
 class JoystickReader
 {
 public:
@@ -36,8 +37,12 @@ public:
     bool select(const QString &guid);
     bool hasJoystick() const;
     QString selectedGuid() const;
-    // Reads the selected controller's axes; true when they changed since the last poll.
+    // Reads the selected controller's axes (at most eight, keyed by axis index); true when they
+    // changed since the last poll. Without a controller it returns false at once. An unplugged
+    // controller is closed and the call returns false.
     bool poll(JoystickAxisMap *axes);
+    // Why SDL could not be initialised or the controller could not be opened; empty otherwise.
+    QString lastError() const;
 
 private:
     struct Private;

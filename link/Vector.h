@@ -8,15 +8,15 @@
 // The registry's own small vector: 16-bit count, capacity and maximum (0 = unbounded), growth by 8
 // records, refusal at the maximum, and two flag bits: fixed storage that never grows, and "sorted",
 // cleared by every append.
-template <typename T>
-class Vector
+template <typename T> class Vector
 {
 public:
     static constexpr quint16 kGrowBy = 8;
 
     explicit Vector(quint16 maximum = 0) : m_maximum(maximum) {}
     // Uses caller-owned storage of this capacity and never grows beyond it.
-    Vector(T *storage, quint16 capacity) : m_data(storage), m_capacity(capacity), m_maximum(capacity), m_fixed(true)
+    Vector(T *storage, quint16 capacity)
+        : m_data(storage), m_capacity(capacity), m_maximum(capacity), m_fixed(true)
     {
     }
     ~Vector()
@@ -79,8 +79,7 @@ public:
         }
         m_count = 0;
     }
-    template <typename Less>
-    void sort(Less less)
+    template <typename Less> void sort(Less less)
     {
         std::sort(begin(), end(), less);
         m_sorted = true;

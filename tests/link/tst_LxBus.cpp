@@ -1,0 +1,539 @@
+#include "link/LinkMetaTypes.h"
+#include "link/LxBusProtocol.h"
+#include "link/LxCrc.h"
+#include "link/LxFrame.h"
+#include "link/LxReceiver.h"
+
+#include <QSignalSpy>
+#include <QtTest>
+
+namespace {
+QByteArray bytes(const quint8 *p, int n)
+{
+    return QByteArray(reinterpret_cast<const char *>(p), n);
+}
+
+quint16 crcOf(const QByteArray &b)
+{
+    return LxCrc::compute(reinterpret_cast<const quint8 *>(b.constData()), b.size());
+}
+
+struct Collector : LxReceiver::Handler
+{
+    QList<QByteArray> payloads;
+    int crcErrors = 0;
+    int skipped = 0;
+    int echoes = 0;
+    void deviceFrame(const quint8 *, int, const quint8 *payload, int length) override
+    {
+        payloads << bytes(payload, length);
+    }
+    void crcError(const quint8 *, int) override { ++crcErrors; }
+    void echoSkipped() override { ++skipped; }
+    void goodEcho() override { ++echoes; }
+};
+
+void feed(LxReceiver &r, const QByteArray &b)
+{
+    r.feed(reinterpret_cast<const quint8 *>(b.constData()), b.size());
+}
+
+// An answer payload as a device sends it.
+QByteArray payload(std::initializer_list<int> b)
+{
+    QByteArray out;
+    for (int v : b)
+        out.append(char(v));
+    return out;
+}
+
+void answer(LxBusProtocol &p, const QByteArray &b)
+{
+    p.processAnswer(reinterpret_cast<const quint8 *>(b.constData()), b.size());
+}
+
+QByteArray identification(quint8 packetId, quint32 id, quint8 extensions, const char *name, int length = 25)
+{
+    QByteArray b(length, '\0');
+    b[0] = char(packetId);
+    b[1] = '@';
+    b[2] = char(length - 3);
+    for (int i = 0; i < 4; ++i)
+        b[3 + i] = char(id >> (8 * i));
+    b[7] = 0x34; // hardware 0x1234
+    b[8] = 0x12;
+    b[9] = 1;
+    if (length > 10)
+        b[10] = char(extensions);
+    for (int i = 0; name[i] && 11 + i < 23 && 11 + i < length; ++i)
+        b[11 + i] = name[i];
+    return b;
+}
+
+// Queues a broadcast identification request and returns its packet id.
+quint8 queueIdentify(LxBusProtocol &p)
+{
+    const quint8 req[8] = {0, '@', 5, 0, 0, 0, 0, 0};
+    const quint8 id = p.packetCounter();
+    if (!p.queueRaw(req, 8, 3))
+        return 0xFF;
+    return id;
+}
+} // namespace
+
+class tst_LxBus : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase() { registerLinkMetaTypes(); }
+    void crc();
+    void idleMasterFrame();
+    void controllerChannels_data();
+    void controllerChannels();
+    void broadcastRequestRidesInSecondFrame();
+    void addressedRequestRidesInChannelFrame();
+    void receiver_data();
+    void receiver();
+    void receiverSplitAcrossReads();
+    void readsAndWritesOnePerDevice();
+    void answerMatching();
+    void requestRepeatsUntilLimit();
+    void expiredRequestsReportLostDevices_data();
+    void expiredRequestsReportLostDevices();
+    void telemetryTaken();
+    void identificationAndExtensions();
+    void tableGrowsByEightAndRefusesAtMaximum();
+    void keepAliveAndSilence();
+    void parameterGroups();
+};
+
+void tst_LxBus::crc()
+{
+    QCOMPARE(crcOf("123456789"), quint16(0x2189));
+    QByteArray frame = LxFrame::buildDeviceFrame(payload({5, ':', 2, 0x11, 0x22}));
+    QCOMPARE(crcOf(frame), quint16(0));
+    frame[4] = char(frame[4] ^ 0x01);
+    QVERIFY(crcOf(frame) != 0);
+}
+
+void tst_LxBus::idleMasterFrame()
+{
+    quint8 out[LxFrame::kMaxMasterFrame];
+    const int n = LxFrame::buildMasterFrame(out, nullptr, nullptr, 0);
+    QCOMPARE(bytes(out, n).toHex(' '), QByteArray("3e 01 0c 00 31 04 e0 2e e0 2e 27 e1"));
+    QCOMPARE(LxCrc::compute(out, n), quint16(0));
+    // A request shorter than two bytes goes out as the plain channel frame.
+    const quint8 tiny[1] = {7};
+    QCOMPARE(bytes(out, LxFrame::buildMasterFrame(out, nullptr, tiny, 1)).toHex(' '),
+             QByteArray("3e 01 0c 00 31 04 e0 2e e0 2e 27 e1"));
+}
+
+void tst_LxBus::controllerChannels_data()
+{
+    QTest::addColumn<QList<int>>("axes");
+    QTest::addColumn<QList<int>>("channels");
+    QTest::newRow("centred") << QList<int>{0, 0}
+                             << QList<int>{12000, 12000, 12000, 12000, 12000, 12000, 12000, 12000};
+    QTest::newRow("extremes") << QList<int>{32767, -32768, -32767}
+                              << QList<int>{16000, 8000, 8000, 12000, 12000, 12000, 12000, 12000};
+    QTest::newRow("integer division truncates")
+        << QList<int>{100, -100, 8192} << QList<int>{12012, 11988, 13000, 12000, 12000, 12000, 12000, 12000};
+    QTest::newRow("more than eight axes")
+        << QList<int>{1, 2, 3, 4, 5, 6, 7, 8, 32767}
+        << QList<int>{12000, 12000, 12000, 12000, 12000, 12000, 12000, 12000};
+}
+
+void tst_LxBus::controllerChannels()
+{
+    QFETCH(QList<int>, axes);
+    QFETCH(QList<int>, channels);
+    JoystickAxisMap map;
+    // Keys in reverse insertion order: the channel order is the map's key order.
+    for (int i = axes.size() - 1; i >= 0; --i)
+        map.insert(i, qint16(axes.at(i)));
+    quint16 values[LxFrame::kControllerChannels];
+    LxFrame::channelsFromAxes(map, values);
+    for (int i = 0; i < LxFrame::kControllerChannels; ++i)
+        QCOMPARE(int(values[i]), channels.at(i));
+    quint8 out[LxFrame::kMaxMasterFrame];
+    const int n = LxFrame::buildMasterFrame(out, values, nullptr, 0);
+    QCOMPARE(n, 24);
+    QCOMPARE(int(out[5]), 0x10);
+    QCOMPARE(int(out[6] | (out[7] << 8)), channels.at(0));
+    QCOMPARE(LxCrc::compute(out, n), quint16(0));
+}
+
+void tst_LxBus::broadcastRequestRidesInSecondFrame()
+{
+    const quint8 poll[3] = {9, ':', 0};
+    quint8 out[LxFrame::kMaxMasterFrame];
+    const int n = LxFrame::buildMasterFrame(out, nullptr, poll, 3);
+    QCOMPARE(n, 12 + 8);
+    QCOMPARE(int(out[1]), 0x03); // the channel frame announces a second frame
+    QCOMPARE(int(out[3]), 0);
+    QCOMPARE(LxCrc::compute(out, 12), quint16(0));
+    QCOMPARE(bytes(out + 12, 6).toHex(' '), QByteArray("3d 01 08 09 3a 00"));
+    QCOMPARE(LxCrc::compute(out + 12, 8), quint16(0));
+}
+
+void tst_LxBus::addressedRequestRidesInChannelFrame()
+{
+    const quint8 read[10] = {42, 'W', 7, 1, 0xA4, 2, 3, 0x10, 0x00, 4};
+    quint8 out[LxFrame::kMaxMasterFrame];
+    const int n = LxFrame::buildMasterFrame(out, nullptr, read, 10);
+    QCOMPARE(n, 12 + 9);
+    QCOMPARE(int(out[2]), n);
+    QCOMPARE(int(out[3]), 42); // the request's id is the frame's packet id
+    QCOMPARE(bytes(out + 10, 9), bytes(read + 1, 9));
+    QCOMPARE(LxCrc::compute(out, n), quint16(0));
+}
+
+void tst_LxBus::receiver_data()
+{
+    QTest::addColumn<QByteArray>("stream");
+    QTest::addColumn<bool>("skipEcho");
+    QTest::addColumn<int>("frames");
+    QTest::addColumn<int>("crcErrors");
+    QTest::addColumn<int>("skipped");
+    QTest::addColumn<int>("echoes");
+
+    const QByteArray good = LxFrame::buildDeviceFrame(payload({1, ':', 3, 0x7F, 0x41, 0x01}));
+    QByteArray bad = good;
+    bad[5] = char(bad[5] ^ 0x40);
+    quint8 master[LxFrame::kMaxMasterFrame];
+    const QByteArray echo = bytes(master, LxFrame::buildMasterFrame(master, nullptr, nullptr, 0));
+
+    QTest::newRow("one good frame") << good << false << 1 << 0 << 0 << 0;
+    QTest::newRow("noise around frames")
+        << QByteArray("\x00\xFF\x12") + good + "\x55" + good << false << 2 << 0 << 0 << 0;
+    QTest::newRow("bad CRC") << bad + good << false << 1 << 1 << 0 << 0;
+    QTest::newRow("length 7 dropped unchecked")
+        << QByteArray("\x3B\x01\x07\x01\x02\x03\x04", 7) + good << false << 1 << 0 << 0 << 0;
+    QTest::newRow("unknown kind") << QByteArray("\x3B\x05", 2) + good << false << 1 << 0 << 0 << 0;
+    QTest::newRow("two echoes skipped") << echo + echo << true << 0 << 0 << 2 << 0;
+    QTest::newRow("echoes checked when not skipping") << echo + echo + good << false << 1 << 0 << 0 << 2;
+    QByteArray badEcho = echo;
+    badEcho[7] = 0;
+    QTest::newRow("bad echo") << badEcho << false << 0 << 1 << 0 << 0;
+    QByteArray kind2 = QByteArray("\x3C\x02\x09\x00\x05\x3A\x01\x02", 8);
+    const quint16 c = crcOf(kind2.left(7));
+    kind2 = kind2.left(7) + char(c & 0xFF) + char(c >> 8);
+    QTest::newRow("two length bytes") << kind2 << false << 1 << 0 << 0 << 0;
+}
+
+void tst_LxBus::receiver()
+{
+    QFETCH(QByteArray, stream);
+    QFETCH(bool, skipEcho);
+    QFETCH(int, frames);
+    QFETCH(int, crcErrors);
+    QFETCH(int, skipped);
+    QFETCH(int, echoes);
+    Collector c;
+    LxReceiver r(&c);
+    r.setEchoSkipping(skipEcho);
+    feed(r, stream);
+    QCOMPARE(c.payloads.size(), frames);
+    QCOMPARE(c.crcErrors, crcErrors);
+    QCOMPARE(c.skipped, skipped);
+    QCOMPARE(c.echoes, echoes);
+    QCOMPARE(int(r.state()), int(LxReceiver::Hunting));
+}
+
+void tst_LxBus::receiverSplitAcrossReads()
+{
+    const QByteArray frame = LxFrame::buildDeviceFrame(payload({1, ':', 3, 0x7F, 0x41, 0x01}));
+    Collector c;
+    LxReceiver r(&c);
+    for (int i = 0; i < 3; ++i) {
+        for (char b : frame)
+            feed(r, QByteArray(1, b));
+    }
+    QCOMPARE(c.payloads.size(), 3);
+    QCOMPARE(c.payloads.at(2), payload({1, ':', 3, 0x7F, 0x41, 0x01}));
+}
+
+void tst_LxBus::readsAndWritesOnePerDevice()
+{
+    LxBusProtocol p;
+    const quint8 data[3] = {0x10, 0x00, 2};
+    QVERIFY(p.queueRead(0x0102A401, data, 3, 3));
+    QVERIFY(!p.queueRead(0x0102A401, data, 3, 3));     // first read unanswered
+    QVERIFY(!p.queueWrite(0x0102A401, 0, data, 3, 3)); // nor a write meanwhile
+    QVERIFY(p.queueRead(0x0203A401, data, 3, 3));      // another device is fine
+    quint8 big[24] = {};
+    QVERIFY(!p.queueRead(0x0304A401, big, 24, 3));
+    QVERIFY(!p.queueWrite(0x0304A401, 0, big, 23, 3));
+    QVERIFY(p.queueWrite(0x0304A401, 0, big, 22, 3));
+    // The ring holds ten requests.
+    const quint8 poll[3] = {0, ':', 0};
+    for (int i = 0; i < 7; ++i)
+        QVERIFY(p.queueRaw(poll, 3, 1));
+    QVERIFY(!p.queueRaw(poll, 3, 1));
+}
+
+void tst_LxBus::answerMatching()
+{
+    LxBusProtocol p;
+    const quint8 data[3] = {0x10, 0x00, 1};
+    const quint8 id = p.packetCounter();
+    QVERIFY(p.queueRead(0x0102A401, data, 3, 3));
+    int n;
+    QVERIFY(p.nextDueRequest(&n));
+    // A read answer for another device frees the slot and is not delivered.
+    answer(p, payload({id, 'W', 4, 0x02, 0xA4, 0x02, 0x01}));
+    QCOMPARE(int(p.slotAt(0).state), int(LxBusProtocol::Free));
+    QVERIFY(p.queueRead(0x0102A401, data, 3, 3));
+    // Answers matching no slot, or too short, change nothing.
+    answer(p, payload({0x77, 'W', 4, 0x01, 0xA4, 0x02, 0x01}));
+    answer(p, payload({id + 1}));
+    int waiting = 0;
+    for (int i = 0; i < LxBusProtocol::kSlots; ++i)
+        waiting += p.slotAt(i).state == LxBusProtocol::Waiting;
+    QCOMPARE(waiting, 1);
+    // S, U and V answers leave the slot as it is; unknown types free it.
+    answer(p, payload({id + 1, 'S', 0}));
+    answer(p, payload({id + 1, 'V', 0}));
+    waiting = 0;
+    for (int i = 0; i < LxBusProtocol::kSlots; ++i)
+        waiting += p.slotAt(i).state == LxBusProtocol::Waiting;
+    QCOMPARE(waiting, 1);
+    answer(p, payload({id + 1, 'Z', 0}));
+    for (int i = 0; i < LxBusProtocol::kSlots; ++i)
+        QCOMPARE(int(p.slotAt(i).state), int(LxBusProtocol::Free));
+}
+
+void tst_LxBus::requestRepeatsUntilLimit()
+{
+    LxBusProtocol p;
+    const quint8 keepAlive[8] = {0, 'P', 5, 1, 0xA4, 0, 0, 1};
+    QVERIFY(p.queueRaw(keepAlive, 8, 3));
+    int n = 0;
+    for (int i = 0; i < 3; ++i) {
+        const quint8 *r = p.nextDueRequest(&n);
+        QVERIFY(r);
+        QCOMPARE(n, 8);
+        QCOMPARE(int(r[1]), int('P'));
+    }
+    QVERIFY(!p.nextDueRequest(&n)); // limit used up: freed, not sent
+    QVERIFY(!p.nextDueRequest(&n));
+    // Limit 0: sent once, without waiting for an answer.
+    QVERIFY(p.queueRaw(keepAlive, 8, 0));
+    QVERIFY(p.nextDueRequest(&n));
+    QVERIFY(!p.nextDueRequest(&n));
+}
+
+void tst_LxBus::expiredRequestsReportLostDevices_data()
+{
+    QTest::addColumn<QByteArray>("request");
+    QTest::addColumn<bool>("lost");
+    QTest::newRow("keep-alive to a device") << payload({0, 'P', 5, 1, 0xA4, 0, 0, 0}) << true;
+    QTest::newRow("keep-alive to an extension") << payload({0, 'P', 5, 1, 0xA4, 0, 0, 2}) << false;
+    QTest::newRow("read") << payload({0, 'W', 7, 1, 0xA4, 0, 0, 0x10, 0, 1}) << true;
+    QTest::newRow("write with flag bits") << payload({0, 'T', 8, 1, 0xA4, 0, 0, 1, 0x10, 0, 1}) << true;
+    QTest::newRow("write without flag bits") << payload({0, 'T', 8, 1, 0xA4, 0, 0, 4, 0x10, 0, 1}) << false;
+    QTest::newRow("identification") << payload({0, '@', 5, 0, 0, 0, 0, 0}) << false;
+    QTest::newRow("telemetry poll") << payload({0, ':', 0}) << false;
+}
+
+void tst_LxBus::expiredRequestsReportLostDevices()
+{
+    QFETCH(QByteArray, request);
+    QFETCH(bool, lost);
+    LxBusProtocol p;
+    QSignalSpy spy(&p, &LxBusProtocol::deviceDisconnected);
+    QVERIFY(p.queueRaw(reinterpret_cast<const quint8 *>(request.constData()), request.size(), 2));
+    int n;
+    for (int i = 0; i < 4; ++i)
+        p.nextDueRequest(&n);
+    QCOMPARE(spy.count(), lost ? 1 : 0);
+    if (lost)
+        QCOMPARE(spy.at(0).at(0).toUInt(), quint32(0x0000A401));
+}
+
+void tst_LxBus::telemetryTaken()
+{
+    LxBusProtocol p;
+    const quint8 poll[3] = {0, ':', 0};
+    const quint8 id = p.packetCounter();
+    QVERIFY(p.queueRaw(poll, 3, 1));
+    answer(p, payload({id, ':', 9, 0x7F, 0x41, 0x01, 0xA4, 0x02, 0x03, 0x00, 0x01, 0x11}));
+    quint8 out[64];
+    int n = 0;
+    QVERIFY(p.takeTelemetry(out, &n));
+    QCOMPARE(n, 10);
+    QCOMPARE(bytes(out, n).toHex(' '), QByteArray("7e 7f 41 01 a4 02 03 00 01 11"));
+    QVERIFY(!p.takeTelemetry(out, &n));
+    // A short telemetry answer is dropped and frees its slot.
+    const quint8 id2 = p.packetCounter();
+    QVERIFY(p.queueRaw(poll, 3, 1));
+    answer(p, payload({id2, ':', 1, 0x7F}));
+    QVERIFY(!p.takeTelemetry(out, &n));
+    for (int i = 0; i < LxBusProtocol::kSlots; ++i)
+        QCOMPARE(int(p.slotAt(i).state), int(LxBusProtocol::Free));
+    // An answer nobody takes is dropped after 250 ticks.
+    const quint8 id3 = p.packetCounter();
+    QVERIFY(p.queueRaw(poll, 3, 1));
+    answer(p, payload({id3, '1', 0}));
+    const auto answered = [&p] {
+        int n = 0;
+        for (int i = 0; i < LxBusProtocol::kSlots; ++i)
+            n += p.slotAt(i).state == LxBusProtocol::Answered;
+        return n;
+    };
+    QCOMPARE(answered(), 1);
+    for (int i = 0; i < LxBusProtocol::kAnswerHoldTicks; ++i)
+        p.tick(0);
+    QCOMPARE(answered(), 1);
+    p.tick(0);
+    QCOMPARE(answered(), 0);
+}
+
+void tst_LxBus::identificationAndExtensions()
+{
+    LxBusProtocol p;
+    QSignalSpy added(&p, &LxBusProtocol::deviceAdded);
+    // Eleven bytes change nothing.
+    quint8 id = queueIdentify(p);
+    answer(p, identification(id, 0x1111A401, 0, "Short", 11));
+    QCOMPARE(p.devices().count(), quint16(0));
+    // A device reporting two extensions gives three records.
+    answer(p, identification(id, 0x2222A401, 2, "Receiver"));
+    QCOMPARE(p.devices().count(), quint16(3));
+    QCOMPARE(p.devices().at(0).name, QStringLiteral("Receiver"));
+    QCOMPARE(p.devices().at(0).hardware, quint16(0x1234));
+    QCOMPARE(p.devices().at(0).extensionCount, quint8(2));
+    for (int e = 1; e <= 2; ++e) {
+        QCOMPARE(p.devices().at(e).identifier, quint32(0));
+        QCOMPARE(p.devices().at(e).parentIdentifier, quint32(0x2222A401));
+        QCOMPARE(int(p.devices().at(e).extensionIndex), e);
+    }
+    QCOMPARE(added.count(), 3);
+    // The next enumeration asks behind the device for extension 1; its answer fills the record in.
+    p.tick(LxBusProtocol::kEnumerationIntervalMs);
+    int extSlot = -1;
+    for (int i = 0; i < LxBusProtocol::kSlots; ++i) {
+        if (p.slotAt(i).state == LxBusProtocol::Waiting && p.slotAt(i).data[1] == '@')
+            extSlot = i;
+    }
+    QVERIFY(extSlot >= 0);
+    QCOMPARE(int(p.slotAt(extSlot).data[7]), 1);
+    answer(p, identification(p.slotAt(extSlot).data[0], 0x3333A401, 0, "GPS"));
+    QCOMPARE(p.devices().count(), quint16(3));
+    QCOMPARE(p.devices().at(1).identifier, quint32(0x3333A401));
+    QCOMPARE(p.devices().at(1).name, QStringLiteral("GPS"));
+    // A device that answers again is refreshed, not added twice.
+    id = queueIdentify(p);
+    answer(p, identification(id, 0x2222A401, 2, "Receiver"));
+    QCOMPARE(p.devices().count(), quint16(3));
+}
+
+void tst_LxBus::tableGrowsByEightAndRefusesAtMaximum()
+{
+    Vector<int> v;
+    for (int i = 0; i < 8; ++i)
+        QVERIFY(v.append(i));
+    QCOMPARE(v.capacity(), quint16(8));
+    QVERIFY(v.append(8));
+    QCOMPARE(v.capacity(), quint16(16));
+    v.sort(std::less<int>());
+    QVERIFY(v.isSorted());
+    QVERIFY(v.append(9));
+    QVERIFY(!v.isSorted());
+    v.removeAt(0);
+    QCOMPARE(v.at(0), 1);
+    QCOMPARE(v.count(), quint16(9));
+
+    Vector<int> capped(10);
+    for (int i = 0; i < 10; ++i)
+        QVERIFY(capped.append(i));
+    QCOMPARE(capped.capacity(), quint16(10));
+    QVERIFY(!capped.append(10));
+    int storage[3];
+    Vector<int> fixed(storage, 3);
+    QVERIFY(fixed.append(1) && fixed.append(2) && fixed.append(3));
+    QVERIFY(!fixed.append(4));
+    const Vector<int> copy = fixed;
+    QCOMPARE(copy.count(), quint16(3));
+    QVERIFY(!copy.isFixed());
+
+    LxBusProtocol p;
+    for (quint32 i = 1; i <= 9; ++i)
+        QCOMPARE(p.addOrRefresh(i << 16 | 0xA400, 0, 1, 0, 1, 0, QStringLiteral("D%1").arg(i), 0, 0), 0);
+    QCOMPARE(p.devices().capacity(), quint16(16));
+    QCOMPARE(p.addOrRefresh(1 << 16 | 0xA400, 0, 1, 0, 1, 0, QStringLiteral("D1"), 0, 0), 1);
+}
+
+void tst_LxBus::keepAliveAndSilence()
+{
+    LxBusProtocol p;
+    QSignalSpy removed(&p, &LxBusProtocol::deviceRemoved);
+    p.addOrRefresh(0x0101A401, 0, 1, 0, 1, 0, QStringLiteral("Sensor"), 0, 0);   // kind 1
+    p.addOrRefresh(0x0202A401, 0, 1, 0, 7, 0, QStringLiteral("Receiver"), 0, 0); // another kind
+    p.tick(LxBusProtocol::kKeepAliveMs);
+    QMap<quint32, int> limits;
+    for (int i = 0; i < LxBusProtocol::kSlots; ++i) {
+        const LxBusProtocol::Slot &s = p.slotAt(i);
+        if (s.state == LxBusProtocol::Waiting && s.data[1] == 'P')
+            limits[quint32(s.data[3] | s.data[4] << 8 | s.data[5] << 16 | s.data[6] << 24)] = s.limit;
+    }
+    QCOMPARE(limits.value(0x0101A401), 4);
+    QCOMPARE(limits.value(0x0202A401), 15);
+    // Answering the keep-alive of one device keeps it; the silent one is removed after the limit.
+    for (int t = 0; t < LxBusProtocol::kSilenceLimitMs; t += 500) {
+        for (int i = 0; i < LxBusProtocol::kSlots; ++i) {
+            const LxBusProtocol::Slot &s = p.slotAt(i);
+            if (s.state == LxBusProtocol::Waiting && s.data[1] == 'P' && s.data[5] == 0x01)
+                answer(p, payload({s.data[0], 'P', 0}));
+        }
+        p.tick(500);
+    }
+    QCOMPARE(p.devices().count(), quint16(1));
+    QCOMPARE(p.devices().at(0).identifier, quint32(0x0101A401));
+    QCOMPARE(removed.count(), 1);
+}
+
+void tst_LxBus::parameterGroups()
+{
+    LxBusProtocol p;
+    DeviceSettings s;
+    s.deviceId = 0x0101A401;
+    s.params = {{0x10, 1, 0, 0, false, false},
+                {0x11, 2, 0, 0, false, false},
+                {0x13, 4, 0, 0, false, false},
+                {0x17, 3, 0, 0, false, false}};
+    p.setActiveDevice(s);
+    QSignalSpy loaded(&p, &LxBusProtocol::valuesLoaded);
+    QSignalSpy confirmed(&p, &LxBusProtocol::commandConfirmed);
+    const quint8 req[3] = {0x10, 0x00, 10};
+    quint8 id = p.packetCounter();
+    QVERIFY(p.queueRead(0x0101A401, req, 3, 3));
+    // One group from 0x10: an 8-bit -2, a 16-bit 0x1234, a 32-bit -5, and a 3-byte parameter skipped.
+    answer(p, payload({id,   'W',  4,    0x01, 0xA4, 0x01, 0x01, 0x10, 0x00, 10,
+                       0xFE, 0x34, 0x12, 0xFB, 0xFF, 0xFF, 0xFF, 0xAA, 0xBB, 0xCC}));
+    QCOMPARE(loaded.count(), 1);
+    const DevParamVector values = p.activeDevice().params;
+    QCOMPARE(values.at(0).value, -2);
+    QCOMPARE(values.at(1).value, 0x1234);
+    QCOMPARE(values.at(2).value, -5);
+    QCOMPARE(values.at(3).value, 0);
+    QVERIFY(values.at(0).loaded && values.at(3).loaded);
+    // A write answer confirms values equal to what was sent.
+    p.activeDevice().params[0].sent = 7;
+    p.activeDevice().params[1].sent = 9;
+    id = p.packetCounter();
+    const quint8 write[5] = {0x10, 0x00, 3, 7, 0};
+    QVERIFY(p.queueWrite(0x0101A401, 0, write, 5, 3));
+    answer(p, payload({id, 'T', 5, 0x01, 0xA4, 0x01, 0x01, 0x00, 0x10, 0x00, 3, 7, 8, 0}));
+    QVERIFY(p.activeDevice().params.at(0).confirmed);
+    QVERIFY(!p.activeDevice().params.at(1).confirmed);
+    // An address that is no parameter is a command confirmation.
+    id = p.packetCounter();
+    QVERIFY(p.queueWrite(0x0101A401, 0, write, 5, 3));
+    answer(p, payload({id, 'T', 5, 0x01, 0xA4, 0x01, 0x01, 0x00, 0x00, 0x40, 0, 0x10, 0x00, 1, 1}));
+    QCOMPARE(confirmed.count(), 1);
+    QCOMPARE(confirmed.at(0).at(0).toUInt(), 0x4000u);
+}
+
+QTEST_GUILESS_MAIN(tst_LxBus)
+#include "tst_LxBus.moc"
