@@ -1,6 +1,7 @@
 #include "cli/CliCommands.h"
 
 #include "cli/JsonDump.h"
+#include "cli/LiveCommands.h"
 #include "telemetry/LogFileWriter.h"
 #include "telemetry/LogGenerator.h"
 #include "telemetry/MemorySensorTable.h"
@@ -14,14 +15,19 @@
 #include <map>
 
 namespace {
-const char kUsage[] = "usage: vexo-log <command> [arguments]\n"
-                      "\n"
-                      "commands:\n"
-                      "  info FILE              what a log holds: devices, variables, samples, messages\n"
-                      "  dump FILE              the whole log as JSON on standard output\n"
-                      "  convert IN OUT         read IN (by its extension) and write OUT as a native .log\n"
-                      "  generate --seconds S --rate HZ --devices D --seed N --out FILE\n"
-                      "                         write a realistic random flight as a native .log\n";
+const char kUsage[] =
+    "usage: vexo-log <command> [arguments]\n"
+    "\n"
+    "commands:\n"
+    "  info FILE              what a log holds: devices, variables, samples, messages\n"
+    "  dump FILE              the whole log as JSON on standard output\n"
+    "  convert IN OUT         read IN (by its extension) and write OUT as a native .log\n"
+    "  generate --seconds S --rate HZ --devices D --seed N --out FILE\n"
+    "                         write a realistic random flight as a native .log\n"
+    "  record --port PORT [--baud 125000|250000] [--seconds N] --out FILE.log\n"
+    "                         run the LX Bus on PORT and record its telemetry (Ctrl+C stops)\n"
+    "  devices --port PORT [--seconds N]\n"
+    "                         list the devices found on the bus\n";
 
 struct Context
 {
@@ -206,6 +212,10 @@ int CliCommands::run(const QStringList &arguments, std::FILE *out, std::FILE *er
         {QStringLiteral("dump"), &dump},
         {QStringLiteral("convert"), &convert},
         {QStringLiteral("generate"), &generate},
+        {QStringLiteral("record"),
+         [](const Context &c) { return LiveCommands::record(c.args, c.out, c.err); }},
+        {QStringLiteral("devices"),
+         [](const Context &c) { return LiveCommands::devices(c.args, c.out, c.err); }},
     };
     Context c{arguments.mid(1), out, err};
     const auto it = commands.find(arguments.at(0));

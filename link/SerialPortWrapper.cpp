@@ -1,1 +1,570 @@
 #include "link/SerialPortWrapper.h"
+
+#include "link/LinkMetaTypes.h"
+#include "link/SerialPlatform.h"
+#include "link/SerialReader.h"
+
+#include <QDebug>
+#include <QMetaEnum>
+#include <QMutexLocker>
+#include <QSerialPortInfo>
+#include <QTimer>
+
+#include <algorithm>
+
+namespace {
+// USB adapters the maker ships: (vendor, product).
+const QPair<quint16, quint16> kAdapters[] = {{0x0483, 0x5840}, {0x0403, 0x6001}};
+
+bool isFatal(QSerialPort::SerialPortError e)
+{
+    return e == QSerialPort::OpenError || e == QSerialPort::WriteError || e == QSerialPort::ReadError ||
+           e == QSerialPort::ResourceError || e == QSerialPort::NotOpenError;
+}
+
+// Longest answer a device sends back, for the answer window after a request.
+constexpr int kMaxAnswerFrame = LxFrame::kMaxRequest + 5;
+} // namespace
+
+SerialPortWrapper::SerialPortWrapper(LinkClock *clock, QObject *parent)
+    : QObject(parent), m_clock(clock), m_protocol(this), m_receiver(this)
+{
+    registerLinkMetaTypes();
+    if (!m_clock) {
+        m_ownClock = std::make_unique<SystemLinkClock>();
+        m_clock = m_ownClock.get();
+    }
+    std::fill(std::begin(m_channels), std::end(m_channels), LxFrame::kChannelCentre);
+    m_readBuffer.resize(4096);
+    connect(&m_protocol, &LxBusProtocol::commandConfirmed, this, &SerialPortWrapper::LxBusCommandConfirmed);
+    connect(&m_protocol, &LxBusProtocol::valuesLoaded, this, &SerialPortWrapper::LxBusValuesLoaded);
+}
+
+SerialPortWrapper::~SerialPortWrapper()
+{
+    stop();
+}
+
+std::atomic<int> &SerialPortWrapper::progressValue()
+{
+    static std::atomic<int> value{0};
+    return value;
+}
+
+std::atomic<bool> &SerialPortWrapper::reloadFlag()
+{
+    static std::atomic<bool> flag{false};
+    return flag;
+}
+
+int SerialPortWrapper::baudForMode(int mode)
+{
+    switch (mode) {
+    case LxBus125k:
+        return 125000;
+    case LxBus250k:
+    case UpdateReader:
+        return 250000;
+    case TerminalBoxReader:
+    case GpsLoggerReader:
+        return 38400;
+    default:
+        return 0;
+    }
+}
+
+QString SerialPortWrapper::portName() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_port ? m_port->portName() : QString();
+}
+
+QString SerialPortWrapper::lastError() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_lastError;
+}
+
+Vector<Device> SerialPortWrapper::devices() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_protocol.devices();
+}
+
+int SerialPortWrapper::mode() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_mode;
+}
+
+bool SerialPortWrapper::isPortOpen() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_open;
+}
+
+int SerialPortWrapper::errorCount() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_errorCount;
+}
+
+SerialReader *SerialPortWrapper::currentReader() const
+{
+    QMutexLocker lock(&m_mutex);
+    return readerFor(m_mode);
+}
+
+SerialReader *SerialPortWrapper::readerFor(int mode) const
+{
+    return (mode == UpdateReader || mode == TerminalBoxReader || mode == GpsLoggerReader) ? m_readers[mode]
+                                                                                          : nullptr;
+}
+
+void SerialPortWrapper::setReader(int mode, SerialReader *reader)
+{
+    QMutexLocker lock(&m_mutex);
+    if (mode == UpdateReader || mode == TerminalBoxReader || mode == GpsLoggerReader)
+        m_readers[mode] = reader;
+}
+
+void SerialPortWrapper::setEchoSkipping(bool skip)
+{
+    QMutexLocker lock(&m_mutex);
+    m_receiver.setEchoSkipping(skip);
+}
+
+bool SerialPortWrapper::queueRead(quint32 deviceId, const QByteArray &data, quint8 limit)
+{
+    QMutexLocker lock(&m_mutex);
+    return m_protocol.queueRead(deviceId, reinterpret_cast<const quint8 *>(data.constData()), data.size(),
+                                limit);
+}
+
+bool SerialPortWrapper::queueWrite(quint32 deviceId, quint8 flags, const QByteArray &data, quint8 limit)
+{
+    QMutexLocker lock(&m_mutex);
+    return m_protocol.queueWrite(deviceId, flags, reinterpret_cast<const quint8 *>(data.constData()),
+                                 data.size(), limit);
+}
+
+void SerialPortWrapper::start()
+{
+    QMutexLocker lock(&m_mutex);
+    if (m_port)
+        return;
+    m_port = new QSerialPort(this);
+    connect(m_port, &QSerialPort::readyRead, this, &SerialPortWrapper::readResponse);
+    connect(m_port, &QSerialPort::errorOccurred, this, &SerialPortWrapper::handleError);
+    m_lastGoodFrame = m_lastRead = m_lastFrameStep = m_clock->elapsedMs();
+    if (m_timerEnabled) {
+        m_timer = new QTimer(this);
+        m_timer->setTimerType(Qt::PreciseTimer);
+        m_timer->setInterval(1);
+        connect(m_timer, &QTimer::timeout, this, &SerialPortWrapper::tick);
+        m_timer->start();
+    }
+}
+
+void SerialPortWrapper::stop()
+{
+    QMutexLocker lock(&m_mutex);
+    if (m_timer)
+        m_timer->stop();
+    if (m_port && m_port->isOpen())
+        m_port->close();
+    m_open = false;
+}
+
+void SerialPortWrapper::setOpen(bool open)
+{
+    if (m_open == open)
+        return;
+    m_open = open;
+    emit portOpenedStatus(open);
+}
+
+bool SerialPortWrapper::applySettings()
+{
+    if (!m_port)
+        return false;
+    bool ok = true;
+    if (m_port->isOpen()) {
+        const int baud = baudForMode(m_mode);
+        if (baud)
+            ok &= m_port->setBaudRate(baud);
+        ok &= m_port->setDataBits(QSerialPort::Data8);
+        ok &= m_port->setParity(QSerialPort::NoParity);
+        ok &= m_port->setStopBits(QSerialPort::OneStop);
+        ok &= m_port->setFlowControl(QSerialPort::NoFlowControl);
+        if (!ok) {
+            qDebug() << "Unable to set serial port parameters!";
+            m_port->clearError();
+        }
+    }
+    switch (m_mode) {
+    case LxBus125k:
+    case LxBus250k:
+        m_protocol.reset();
+        m_awaitedPacket = -1;
+        m_lineFreeAt = 0;
+        break;
+    default:
+        if (SerialReader *r = readerFor(m_mode))
+            r->reset();
+        break;
+    }
+    m_receiver.reset();
+    qDebug().noquote() << QStringLiteral("Serial state: %1").arg(m_mode);
+    return ok;
+}
+
+void SerialPortWrapper::setMode(int mode)
+{
+    if (m_mode == mode)
+        return;
+    m_mode = mode;
+    applySettings();
+}
+
+// The search and the error rule walk 0 -> 2 -> 3 -> 0; 250000 baud without the update reader (mode 1)
+// is entered only from outside.
+void SerialPortWrapper::advanceSearchMode()
+{
+    int next = (m_mode + 1) % 4;
+    if (next == LxBus250k)
+        next = UpdateReader;
+    m_mode = next;
+    applySettings();
+}
+
+int SerialPortWrapper::setSerialPort(const QString &name)
+{
+    QMutexLocker lock(&m_mutex);
+    if (!m_port)
+        start();
+    const bool wasOpen = m_open;
+    if (m_port->isOpen())
+        m_port->close();
+    m_open = false;
+    m_port->setPortName(name);
+    int result = 0;
+    if (!name.isEmpty()) {
+        if (!m_port->open(QIODevice::ReadWrite)) {
+            const QSerialPort::SerialPortError why = m_port->error();
+            m_port->close();
+            m_port->clearError();
+            m_lastError = tr("Unable to open serial port %1").arg(name);
+            if (why == QSerialPort::PermissionError) {
+                const QString hint = SerialPlatform::permissionHint(name);
+                if (!hint.isEmpty())
+                    m_lastError += QStringLiteral(". ") + hint;
+            }
+            emit error();
+            result = 2;
+        } else {
+            qDebug().noquote() << QStringLiteral("Set Port : ") + name;
+            // Opening by name starts at 125000 in mode 0 and 250000 in any other mode.
+            result = applySettings() ? 0 : 2;
+            m_open = true;
+            m_lastGoodFrame = m_lastRead = m_lastFrameStep = m_clock->elapsedMs();
+        }
+    }
+    if (m_open != wasOpen)
+        emit portOpenedStatus(m_open);
+    return result;
+}
+
+void SerialPortWrapper::findDefaultSerialPort()
+{
+    QMutexLocker lock(&m_mutex);
+    if (!m_port)
+        start();
+    const bool wasOpen = m_open;
+    if (m_port->isOpen())
+        m_port->close();
+    m_open = false;
+    for (const QSerialPortInfo &info : QSerialPortInfo::availablePorts()) {
+        if (!info.hasVendorIdentifier() || !info.hasProductIdentifier())
+            continue;
+        const bool known = std::any_of(std::begin(kAdapters), std::end(kAdapters), [&](const auto &a) {
+            return a.first == info.vendorIdentifier() && a.second == info.productIdentifier();
+        });
+        if (!known)
+            continue;
+        m_port->setPort(info);
+        if (!m_port->open(QIODevice::ReadWrite)) {
+            m_port->clearError();
+            continue;
+        }
+        if (!applySettings()) {
+            m_port->close();
+            continue;
+        }
+        qDebug().noquote() << QStringLiteral("Set Port : %1 %2").arg(info.portName(), info.description());
+        m_open = true;
+        m_lastGoodFrame = m_lastRead = m_lastFrameStep = m_clock->elapsedMs();
+        break;
+    }
+    if (m_open != wasOpen)
+        emit portOpenedStatus(m_open);
+}
+
+void SerialPortWrapper::fatalError(const QString &text)
+{
+    m_errorCount = 0;
+    if (m_port && m_port->isOpen())
+        m_port->close();
+    m_lastError = text;
+    setOpen(false);
+    emit error();
+}
+
+void SerialPortWrapper::handleError(QSerialPort::SerialPortError e)
+{
+    QMutexLocker lock(&m_mutex);
+    if (!m_open || e == QSerialPort::NoError)
+        return;
+    const QString text = m_port ? m_port->errorString() : QString();
+    // The 410th error in a row is one too many: the line is not usable.
+    if (isFatal(e) || m_errorCount >= kErrorLimit - 1) {
+        fatalError(tr("<b>Serial port error:</b><br>%1").arg(text));
+        return;
+    }
+    ++m_errorCount;
+    qDebug().noquote() << QStringLiteral("Serial error %1 %2 %3")
+                              .arg(m_errorCount)
+                              .arg(QString::fromLatin1(
+                                       QMetaEnum::fromType<QSerialPort::SerialPortError>().valueToKey(e)),
+                                   text);
+    m_receiver.reset();
+    if (m_port)
+        m_port->clearError();
+    if (m_errorCount % kErrorsPerModeChange == 0) {
+        if (m_mode == GpsLoggerReader) {
+            m_errorCount = 0;
+            if (SerialReader *r = readerFor(GpsLoggerReader))
+                r->reset();
+        } else {
+            advanceSearchMode();
+        }
+    }
+}
+
+void SerialPortWrapper::readResponse()
+{
+    QMutexLocker lock(&m_mutex);
+    if (!m_port || !m_port->isOpen())
+        return;
+    SerialReader *reader = readerFor(m_mode);
+    if (reader && reader->wantsRawBytes()) {
+        reader->readRaw(m_port);
+        return;
+    }
+    for (;;) {
+        const qint64 n = m_port->read(m_readBuffer.data(), m_readBuffer.size());
+        if (n <= 0)
+            break;
+        m_lastRead = m_clock->elapsedMs();
+        m_receiver.feed(reinterpret_cast<const quint8 *>(m_readBuffer.constData()), n);
+    }
+}
+
+void SerialPortWrapper::deviceFrame(const quint8 *frame, int length, const quint8 *payload, int payloadLength)
+{
+    m_errorCount = 0;
+    m_lastGoodFrame = m_clock->elapsedMs();
+    if (m_paused)
+        return;
+    if (m_mode == UpdateReader) {
+        if (SerialReader *r = readerFor(UpdateReader))
+            r->takeFrame(frame, length);
+        return;
+    }
+    if (payloadLength >= 1 && payload[0] == m_awaitedPacket) {
+        // The answer is in: the line is free for the next frame.
+        m_awaitedPacket = -1;
+        m_lineFreeAt = 0;
+    }
+    m_protocol.processAnswer(payload, payloadLength);
+    quint8 record[8 + LxFrame::kMaxRequest + 1];
+    int recordLength = 0;
+    if (m_protocol.takeTelemetry(record + 8, &recordLength)) {
+        const quint64 now = quint64(m_clock->epochMs());
+        for (int i = 0; i < 8; ++i)
+            record[i] = quint8(now >> (8 * i));
+        emit telemetryReceived(QByteArray(reinterpret_cast<const char *>(record), 8 + recordLength));
+    }
+}
+
+void SerialPortWrapper::crcError(const quint8 *frame, int length)
+{
+    qDebug().noquote() << LxFrame::hexDump("CRC Error: ", frame, length, m_clock->epochMs());
+}
+
+void SerialPortWrapper::goodEcho()
+{
+    m_errorCount = 0;
+}
+
+void SerialPortWrapper::sendMasterFrame(qint64 now)
+{
+    if (now < m_lineFreeAt)
+        return;
+    const int elapsed = int(std::min<qint64>(now - m_lastFrameStep, 60000));
+    m_lastFrameStep = now;
+    m_protocol.tick(elapsed);
+    int requestLength = 0;
+    const quint8 *request = m_protocol.nextDueRequest(&requestLength);
+    const int n =
+        LxFrame::buildMasterFrame(m_frame, m_hasController ? m_channels : nullptr, request, requestLength);
+    if (m_port->write(reinterpret_cast<const char *>(m_frame), n) != n) {
+        fatalError(tr("<b>Serial port error:</b><br>%1").arg(m_port->errorString()));
+        return;
+    }
+    m_port->flush();
+    const int baud = std::max(baudForMode(m_mode), 9600);
+    qint64 busyMs = (qint64(n) * 10 * 1000 + baud - 1) / baud;
+    m_awaitedPacket = -1;
+    if (request && requestLength >= 2) {
+        m_awaitedPacket = request[0];
+        busyMs += (qint64(kMaxAnswerFrame) * 10 * 1000 + baud - 1) / baud + 1;
+    }
+    m_lineFreeAt = now + std::max<qint64>(busyMs, 1);
+}
+
+void SerialPortWrapper::tick()
+{
+    QMutexLocker lock(&m_mutex);
+    const qint64 now = m_clock->elapsedMs();
+    if (reloadFlag().exchange(false)) {
+        applySettings();
+        m_lastGoodFrame = now;
+    }
+    if (m_joystick.hasJoystick() && m_joystick.poll(&m_axes)) {
+        LxFrame::channelsFromAxes(m_axes, m_channels);
+        emit joystickUpdated(m_axes);
+    }
+    m_hasController = m_joystick.hasJoystick();
+    if (!m_open) {
+        m_errorCount = 0;
+    } else if (!m_port || !m_port->isOpen()) {
+        m_lastError = tr("Serial port has been closed");
+        setOpen(false);
+        emit error();
+    }
+    if (m_open) {
+        if (m_rgpsMode)
+            setMode(GpsLoggerReader);
+        else if (m_updateMode)
+            setMode(UpdateReader);
+        else if (m_vbmMode)
+            setMode(TerminalBoxReader);
+        else if (m_mode == GpsLoggerReader) {
+            setMode(LxBus125k);
+            m_lastGoodFrame = now;
+        }
+        const bool searching = m_mode == LxBus125k || m_mode == LxBus250k ||
+                               (m_mode == UpdateReader && !m_updateMode) ||
+                               (m_mode == TerminalBoxReader && !m_vbmMode);
+        const qint64 limit = m_mode == UpdateReader ? kSearchUpdateMs : kSearchMs;
+        if (searching && now - m_lastGoodFrame > limit) {
+            advanceSearchMode();
+            m_lastGoodFrame = now;
+        }
+        const qint64 elapsed = now - m_lastFrameStep;
+        if (m_mode == UpdateReader || m_mode == TerminalBoxReader) {
+            if (SerialReader *r = readerFor(m_mode))
+                r->tick(elapsed, 0);
+        } else if (m_mode == GpsLoggerReader) {
+            if (SerialReader *r = readerFor(m_mode))
+                r->tick(elapsed, 20);
+        } else if (!m_paused) {
+            sendMasterFrame(now);
+        }
+    }
+    const int progress = progressValue().load();
+    if (progress != m_lastProgress) {
+        m_lastProgress = progress;
+        emit percentageChanged(progress);
+    }
+}
+
+void SerialPortWrapper::selectMode(int mode)
+{
+    QMutexLocker lock(&m_mutex);
+    if (mode < LxBus125k || mode > GpsLoggerReader || mode == Unchanged)
+        return;
+    setMode(mode);
+    m_lastGoodFrame = m_clock->elapsedMs();
+}
+
+void SerialPortWrapper::setActiveDevice(const DeviceSettings &properties)
+{
+    QMutexLocker lock(&m_mutex);
+    m_protocol.setActiveDevice(properties);
+}
+
+// Writes every parameter of the active device whose value differs from the one last confirmed, in runs
+// of consecutive addresses that fit one request.
+void SerialPortWrapper::LxBusDeviceWrite()
+{
+    QMutexLocker lock(&m_mutex);
+    DeviceSettings &s = m_protocol.activeDevice();
+    QByteArray data;
+    for (DevParam &p : s.params) {
+        if (p.loaded && p.confirmed && p.value == p.sent)
+            continue;
+        if (data.size() + 3 + p.width > LxBusProtocol::kMaxWriteData)
+            break;
+        data.append(char(p.address & 0xFF)).append(char(p.address >> 8)).append(char(p.width));
+        for (int b = 0; b < p.width; ++b)
+            data.append(char(quint32(p.value) >> (8 * b)));
+        p.sent = p.value;
+        p.confirmed = false;
+    }
+    if (!data.isEmpty() &&
+        !m_protocol.queueWrite(s.deviceId, 0, reinterpret_cast<const quint8 *>(data.constData()), data.size(),
+                               5))
+        emit LxBusError(tr("LX Bus: Error writing device"));
+}
+
+void SerialPortWrapper::LxBusDeviceExecCommand(quint16 paramAddr, quint8 size)
+{
+    QMutexLocker lock(&m_mutex);
+    const quint8 data[3] = {quint8(paramAddr & 0xFF), quint8(paramAddr >> 8), size};
+    if (!m_protocol.queueWrite(m_protocol.activeDevice().deviceId, 1, data, 3, 5))
+        emit LxBusError(tr("LX Bus: Error writing device"));
+}
+
+void SerialPortWrapper::setUpdateMode(bool enabled)
+{
+    QMutexLocker lock(&m_mutex);
+    m_updateMode = enabled;
+}
+
+void SerialPortWrapper::setVBMMode(bool enabled)
+{
+    QMutexLocker lock(&m_mutex);
+    m_vbmMode = enabled;
+}
+
+void SerialPortWrapper::setRGPSMode(bool enabled)
+{
+    QMutexLocker lock(&m_mutex);
+    m_rgpsMode = enabled;
+}
+
+void SerialPortWrapper::detectJoysticks()
+{
+    QMutexLocker lock(&m_mutex);
+    emit detectedJoysticks(m_joystick.detect());
+}
+
+void SerialPortWrapper::setJoystick(const QString &guid)
+{
+    QMutexLocker lock(&m_mutex);
+    m_joystick.select(guid);
+    m_hasController = m_joystick.hasJoystick();
+    std::fill(std::begin(m_channels), std::end(m_channels), LxFrame::kChannelCentre);
+}

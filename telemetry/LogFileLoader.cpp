@@ -386,7 +386,8 @@ bool LogFileLoader::load(QIODevice *device, TelemetryDataPackage *package)
     beginPackage(package, total);
 
     // Small inputs (database blobs, tests) need no full-size chunk.
-    const qint64 bufferSize = total >= 0 ? std::min(kChunkSize, std::max<qint64>(total + 1, 4096)) : kChunkSize;
+    const qint64 bufferSize =
+        total >= 0 ? std::min(kChunkSize, std::max<qint64>(total + 1, 4096)) : kChunkSize;
     QByteArray buffer(int(bufferSize), Qt::Uninitialized);
     qint64 carry = 0;      // bytes of an unfinished line kept at the buffer's start
     qint64 readTotal = 0;  // bytes read from the device

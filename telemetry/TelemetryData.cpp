@@ -107,9 +107,11 @@ void TelemetryData::setPackage(const TelemetryDataPackage &package, int logId)
 
 void TelemetryData::describeSensor(quint32 deviceId, quint32 param, const QString &label, const QString &unit)
 {
-    if (param == 0)
-        m_live.describeDevice(&m_package, deviceId, label);
-    else
+    if (param == 0) {
+        // A device first seen through one of its variables is named when its own description arrives.
+        const int index = m_live.describeDevice(&m_package, deviceId, label);
+        m_package.devices()[index].setName(label);
+    } else
         m_live.describeParam(&m_package, deviceId, param, label, unit);
     emit sensorsChanged(&m_package.devices());
 }

@@ -10,6 +10,7 @@ void registerTelemetryMetaTypes()
         qRegisterMetaType<TelemetryVar>("TelemetryVar");
         qRegisterMetaType<TelemetrySensor>("TelemetrySensor");
         qRegisterMetaType<SensorVector>("SensorVector");
+        qRegisterMetaType<const QVector<TelemetrySensor> *>("const QVector<TelemetrySensor>*");
         qRegisterMetaType<TelemetrySimplePair>("TelemetrySimplePair");
         qRegisterMetaType<TelemetryMessage>("TelemetryMessage");
         qRegisterMetaType<TelemetryDataPackage>("TelemetryDataPackage");

@@ -37,3 +37,4 @@ Q_DECLARE_METATYPE(TelemetrySensor)
 
 using SensorVector = QVector<TelemetrySensor>;
 Q_DECLARE_METATYPE(SensorVector)
+Q_DECLARE_METATYPE(const QVector<TelemetrySensor> *)

@@ -190,6 +190,9 @@ void tst_TelemetryData::liveSamplesArriveInBatches()
     store.appendSamples(batch.mid(0, 5));
     QCOMPARE(store.package().device(kDev)->var(3)->count(), 5);
     QCOMPARE(store.package().device(kDev)->name(), QStringLiteral("Sensor"));
+    store.describeSensor(kDev, 0, QStringLiteral("Receiver"), QString());
+    QCOMPARE(store.package().device(kDev)->name(), QStringLiteral("Receiver"));
+    QCOMPARE(store.package().device(kDev)->vars().size(), 1);
 }
 
 QTEST_GUILESS_MAIN(tst_TelemetryData)

@@ -1,0 +1,35 @@
+#include "link/SerialLink.h"
+
+#include <QDebug>
+
+SerialLink::SerialLink(QObject *parent) : QObject(parent), m_wrapper(new SerialPortWrapper)
+{
+    m_thread.setObjectName(QStringLiteral("serial"));
+    m_wrapper->moveToThread(&m_thread);
+    connect(&m_thread, &QThread::started, m_wrapper, &SerialPortWrapper::start);
+    connect(&m_thread, &QThread::finished, m_wrapper, &QObject::deleteLater);
+}
+
+SerialLink::~SerialLink()
+{
+    stop();
+}
+
+void SerialLink::start()
+{
+    m_thread.start(QThread::HighPriority);
+}
+
+void SerialLink::stop()
+{
+    if (!m_thread.isRunning())
+        return;
+    QMetaObject::invokeMethod(m_wrapper, &SerialPortWrapper::stop, Qt::BlockingQueuedConnection);
+    m_thread.quit();
+    if (!m_thread.wait(5000)) {
+        qWarning() << "Terminating serial thread by force!!!";
+        m_thread.terminate();
+        if (!m_thread.wait(1000))
+            qWarning() << "Serial thread still running!!!";
+    }
+}

@@ -1,0 +1,43 @@
+#include "link/SerialPlatform.h"
+
+#include <QCoreApplication>
+#include <QFileInfo>
+#include <QSerialPortInfo>
+
+#ifndef Q_OS_WIN
+#include <grp.h>
+#include <sys/stat.h>
+#endif
+
+bool SerialPlatform::portExists(const QString &name)
+{
+    if (name.isEmpty())
+        return false;
+    if (name.contains(QLatin1Char('/')))
+        return QFileInfo::exists(name);
+    for (const QSerialPortInfo &info : QSerialPortInfo::availablePorts()) {
+        if (info.portName() == name || info.systemLocation() == name)
+            return true;
+    }
+    return false;
+}
+
+QString SerialPlatform::permissionHint(const QString &name)
+{
+#ifdef Q_OS_WIN
+    Q_UNUSED(name);
+    return QString(); // Windows has no per-group device permissions
+#else
+    const QString path = name.contains(QLatin1Char('/')) ? name : QStringLiteral("/dev/") + name;
+    struct stat st;
+    QString group = QStringLiteral("dialout");
+    if (::stat(QFile::encodeName(path).constData(), &st) == 0) {
+        if (const struct group *g = ::getgrgid(st.st_gid))
+            group = QString::fromLocal8Bit(g->gr_name);
+    }
+    return QCoreApplication::translate(
+               "SerialPortWrapper", "Permission denied: %1 belongs to the group \"%2\". Add your user to it "
+                                    "(sudo usermod -aG %2 $USER) and log in again.")
+        .arg(path, group);
+#endif
+}
