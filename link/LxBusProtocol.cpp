@@ -396,6 +396,9 @@ void LxBusProtocol::identificationAnswer(Slot &slot, const quint8 *payload, int 
     const quint8 extra1 = length >= 25 ? payload[23] : 0;
     const quint8 extra2 = length >= 25 ? payload[24] : 0;
     const int added = addOrRefresh(id, parent, hardware, extension, kind, extensions, name, extra1, extra2);
+    // Someone new answered: there may be more waiting, so ask again at once rather than a second later.
+    if (added == 0 || parent != 0)
+        m_sinceEnumeration = kEnumerationIntervalMs;
     if (added != 0 || extensions == 0)
         return;
     for (quint8 e = 1; e <= extensions && e != 0; ++e) {

@@ -24,6 +24,9 @@ bool isFatal(QSerialPort::SerialPortError e)
 
 // Longest answer a device sends back, for the answer window after a request.
 constexpr int kMaxAnswerFrame = LxFrame::kMaxRequest + 5;
+// USB serial adapters hand received bytes over in batches, several milliseconds apart; an answer window
+// shorter than that would drop answers that are merely on their way. An answer ends the wait at once.
+constexpr qint64 kAdapterLatencyMs = 12;
 } // namespace
 
 SerialPortWrapper::SerialPortWrapper(LinkClock *clock, QObject *parent)
@@ -107,6 +110,12 @@ int SerialPortWrapper::errorCount() const
 {
     QMutexLocker lock(&m_mutex);
     return m_errorCount;
+}
+
+int SerialPortWrapper::crcErrorCount() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_crcErrors;
 }
 
 SerialReader *SerialPortWrapper::currentReader() const
@@ -267,6 +276,7 @@ int SerialPortWrapper::setSerialPort(const QString &name)
             // Opening by name starts at 125000 in mode 0 and 250000 in any other mode.
             result = applySettings() ? 0 : 2;
             m_open = true;
+            m_crcErrors = 0;
             m_lastGoodFrame = m_lastRead = m_lastFrameStep = m_clock->elapsedMs();
         }
     }
@@ -399,6 +409,7 @@ void SerialPortWrapper::deviceFrame(const quint8 *frame, int length, const quint
 
 void SerialPortWrapper::crcError(const quint8 *frame, int length)
 {
+    ++m_crcErrors;
     qDebug().noquote() << LxFrame::hexDump("CRC Error: ", frame, length, m_clock->epochMs());
 }
 
@@ -428,7 +439,7 @@ void SerialPortWrapper::sendMasterFrame(qint64 now)
     m_awaitedPacket = -1;
     if (request && requestLength >= 2) {
         m_awaitedPacket = request[0];
-        busyMs += (qint64(kMaxAnswerFrame) * 10 * 1000 + baud - 1) / baud + 1;
+        busyMs += (qint64(kMaxAnswerFrame) * 10 * 1000 + baud - 1) / baud + kAdapterLatencyMs;
     }
     m_lineFreeAt = now + std::max<qint64>(busyMs, 1);
 }

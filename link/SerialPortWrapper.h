@@ -49,6 +49,8 @@ public:
     int mode() const;
     bool isPortOpen() const;
     int errorCount() const;
+    // Frames dropped for a bad CRC since the port was opened.
+    int crcErrorCount() const;
     SerialReader *currentReader() const;
 
     // Plugs the reader for mode 2, 3 or 5 (not owned).
@@ -130,6 +132,7 @@ private:
     bool m_open = false;
     bool m_paused = false;
     quint16 m_errorCount = 0;
+    int m_crcErrors = 0;
     qint64 m_lastRead = 0;
     qint64 m_lastGoodFrame = 0;
     qint64 m_lastFrameStep = 0;

@@ -1,0 +1,213 @@
+// The transport on its own thread against the bus simulator over a pseudo-terminal.
+#include "link/LinkMetaTypes.h"
+#include "link/SerialLink.h"
+#include "link/TelemetryDecoder.h"
+#include "telemetry/TelemetryData.h"
+#include "tests/support/BusSimulator.h"
+
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QSignalSpy>
+#include <QTimer>
+#include <QtTest>
+
+namespace {
+bool openPort(SerialLink &link, const QString &path)
+{
+    int result = 2;
+    QMetaObject::invokeMethod(
+        link.wrapper(), [&] { result = link.wrapper()->setSerialPort(path); }, Qt::BlockingQueuedConnection);
+    return result == 0;
+}
+
+// A rig: simulator, transport, decoder and a recording store.
+struct Rig
+{
+    BusSimulator sim;
+    TelemetryData store;
+    TelemetryDecoder decoder{&store};
+    SerialLink link;
+    bool ok = false;
+
+    Rig()
+    {
+        decoder.setBatchInterval(0);
+        QObject::connect(link.wrapper(), &SerialPortWrapper::telemetryReceived, &decoder,
+                         &TelemetryDecoder::decode);
+        QString error;
+        if (!sim.start(&error))
+            return;
+        link.start();
+        store.setLogging(true);
+        ok = openPort(link, sim.portPath());
+    }
+    int busDevices() const { return const_cast<SerialLink &>(link).wrapper()->devices().count(); }
+};
+
+// Waits for a condition while serving events as they come: the simulator lives on this thread and must
+// answer promptly (QTest::qWait sleeps between passes).
+template <typename Pred> bool waitFor(Pred pred, int timeoutMs)
+{
+    QElapsedTimer t;
+    t.start();
+    while (!pred()) {
+        if (t.elapsed() > timeoutMs)
+            return false;
+        QEventLoop loop;
+        QTimer::singleShot(20, &loop, &QEventLoop::quit);
+        loop.exec();
+    }
+    return true;
+}
+
+int namedDevices(const Vector<Device> &devices)
+{
+    int n = 0;
+    for (const Device &d : devices)
+        n += d.identifier != 0 ? 1 : 0;
+    return n;
+}
+} // namespace
+
+class tst_LinkIntegration : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase() { registerLinkMetaTypes(); }
+    void devicesAndExtensionsFound();
+    void telemetryMatchesWhatWasSent();
+    void readsAndWritesAnswered();
+    void noiseAndBadCrcSurvived();
+    void unplugReportedOnce();
+};
+
+void tst_LinkIntegration::devicesAndExtensionsFound()
+{
+    Rig rig;
+    QVERIFY(rig.ok);
+    QVERIFY(waitFor([&] { return namedDevices(rig.link.wrapper()->devices()) == rig.sim.units().size(); },
+                    20000));
+    QCOMPARE(namedDevices(rig.link.wrapper()->devices()), rig.sim.units().size());
+    const Vector<Device> devices = rig.link.wrapper()->devices();
+    for (const BusSimulator::Unit &u : rig.sim.units()) {
+        const Device *found = nullptr;
+        for (const Device &d : devices) {
+            if (d.identifier == u.identifier)
+                found = &d;
+        }
+        QVERIFY2(found, qPrintable(QString::number(u.identifier, 16)));
+        QCOMPARE(found->name, QString::fromLatin1(u.name));
+        QCOMPARE(found->hardware, u.hardware);
+        QCOMPARE(found->parentIdentifier, u.parent);
+        QCOMPARE(found->extensionIndex, u.extensionIndex);
+    }
+    // Known devices are kept alive.
+    QVERIFY(waitFor([&] { return rig.sim.answersSent('P') > 0; }, 10000));
+}
+
+void tst_LinkIntegration::telemetryMatchesWhatWasSent()
+{
+    Rig rig;
+    QVERIFY(rig.ok);
+    QVERIFY(waitFor([&] { return rig.store.package().sampleCount() > 3000; }, 30000));
+    rig.link.stop();
+    waitFor([] { return false; }, 50);
+    rig.decoder.flush();
+    // Every sample in the store was sent, in order, with its type, decimals and value.
+    QHash<quint64, QVector<BusSimulator::SentValue>> sent;
+    for (const BusSimulator::SentValue &v : rig.sim.sentValues())
+        sent[(quint64(v.deviceId) << 8) | v.index].append(v);
+    qint64 stored = 0;
+    qint64 offered = 0;
+    for (const TelemetrySensor &d : rig.store.package().devices()) {
+        for (const TelemetryVar &var : d.vars()) {
+            const QVector<BusSimulator::SentValue> &s = sent.value((quint64(d.id()) << 8) | var.param());
+            int j = 0;
+            // Values sent before the variable's description came through cannot be stored; count from the
+            // first one that was.
+            if (!var.values().isEmpty()) {
+                const TelemetryValue &first = var.values().constFirst();
+                while (j < s.size() && s[j].value != first.value)
+                    ++j;
+                offered += s.size() - j;
+            }
+            for (const TelemetryValue &x : var.values()) {
+                while (j < s.size() &&
+                       !(s[j].value == x.value && s[j].type == x.type && s[j].decimals == x.decimals))
+                    ++j;
+                QVERIFY2(j < s.size(), qPrintable(QStringLiteral("%1/%2 value %3 was never sent")
+                                                      .arg(d.id(), 0, 16)
+                                                      .arg(var.param())
+                                                      .arg(x.value)));
+                ++j;
+                ++stored;
+            }
+        }
+    }
+    // Nothing goes missing on a clean line.
+    QVERIFY2(stored * 100 >= offered * 95, qPrintable(QStringLiteral("%1 of %2").arg(stored).arg(offered)));
+}
+
+void tst_LinkIntegration::readsAndWritesAnswered()
+{
+    Rig rig;
+    QVERIFY(rig.ok);
+    QVERIFY(waitFor([&] { return namedDevices(rig.link.wrapper()->devices()) > 0; }, 20000));
+    const BusSimulator::Unit &unit = rig.sim.units().constFirst();
+    DeviceSettings settings;
+    settings.deviceId = unit.identifier;
+    for (int i = 0; i < 4; ++i)
+        settings.params.append({quint16(BusSimulator::kRegisterBase + i), 1, 0, 0, false, false});
+    settings.params.append({quint16(BusSimulator::kRegisterBase + 4), 2, 0, 0, false, false});
+    QMetaObject::invokeMethod(
+        rig.link.wrapper(), [&] { rig.link.wrapper()->setActiveDevice(settings); },
+        Qt::BlockingQueuedConnection);
+    QSignalSpy loaded(rig.link.wrapper(), &SerialPortWrapper::LxBusValuesLoaded);
+    const QByteArray read = QByteArray::fromHex("100006");
+    QVERIFY(rig.link.wrapper()->queueRead(unit.identifier, read, 5));
+    // One outstanding read per device: a second one is refused until the first is answered.
+    QVERIFY(!rig.link.wrapper()->queueRead(unit.identifier, read, 5));
+    QVERIFY(waitFor([&] { return loaded.count() > 0; }, 10000));
+    const DevParamVector values = loaded.last().at(0).value<DevParamVector>();
+    const QByteArray regs = rig.sim.registers(unit.identifier);
+    for (int i = 0; i < 4; ++i)
+        QCOMPARE(values.at(i).value, qint32(qint8(regs.at(i))));
+    QCOMPARE(values.at(4).value, qint32(qint16(quint8(regs.at(4)) | (quint8(regs.at(5)) << 8))));
+    // A write lands in the device's registers.
+    QVERIFY(rig.link.wrapper()->queueWrite(unit.identifier, 0, QByteArray::fromHex("120002abcd"), 5));
+    QVERIFY(waitFor(
+        [&] { return rig.sim.registers(unit.identifier).mid(2, 2) == QByteArray::fromHex("abcd"); }, 10000));
+    QCOMPARE(rig.sim.registers(unit.identifier).mid(2, 2), QByteArray::fromHex("abcd"));
+}
+
+void tst_LinkIntegration::noiseAndBadCrcSurvived()
+{
+    Rig rig;
+    QVERIFY(rig.ok);
+    rig.sim.setNoise(true);
+    rig.sim.setBadCrcEvery(7);
+    QVERIFY(waitFor([&] { return rig.store.package().sampleCount() > 100; }, 30000));
+    QVERIFY(waitFor([&] { return rig.link.wrapper()->crcErrorCount() > 0; }, 10000));
+    QVERIFY(rig.sim.badCrcsSent() > 0);
+    QVERIFY(rig.sim.noiseBytesSent() > 0);
+    QVERIFY(rig.link.wrapper()->isPortOpen());
+    QVERIFY(namedDevices(rig.link.wrapper()->devices()) > 0);
+}
+
+void tst_LinkIntegration::unplugReportedOnce()
+{
+    Rig rig;
+    QVERIFY(rig.ok);
+    QSignalSpy status(rig.link.wrapper(), &SerialPortWrapper::portOpenedStatus);
+    QVERIFY(waitFor([&] { return namedDevices(rig.link.wrapper()->devices()) > 0; }, 20000));
+    rig.sim.unplug();
+    QVERIFY(waitFor([&] { return status.count() == 1; }, 10000));
+    QCOMPARE(status.count(), 1);
+    QCOMPARE(status.at(0).at(0).toBool(), false);
+    waitFor([] { return false; }, 300);
+    QCOMPARE(status.count(), 1);
+    QVERIFY(!rig.link.wrapper()->lastError().isEmpty());
+}
+
+QTEST_GUILESS_MAIN(tst_LinkIntegration)
+#include "tst_LinkIntegration.moc"

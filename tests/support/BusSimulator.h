@@ -1,0 +1,162 @@
+#pragma once
+
+#include "link/LinkClock.h"
+#include "tests/support/SimTelemetry.h"
+
+#include <QByteArray>
+#include <QObject>
+#include <QString>
+#include <QVector>
+
+#include <random>
+
+class QSocketNotifier;
+
+// A handful of LX Bus devices behind a pseudo-terminal: the program opens portPath() as its serial
+// port and finds a receiver with two extensions, a GPS, a power sensor, a vario and a temperature
+// sensor. They answer enumeration, keep-alive, parameter reads and writes and telemetry polls; switches
+// add line noise, corrupt CRCs, silence the bus or pull the plug. Runs on the event loop of the thread
+// that owns it.
+class BusSimulator : public QObject
+{
+    Q_OBJECT
+public:
+    static constexpr quint32 kReceiverId = 0x0010A401;
+    static constexpr quint32 kSatelliteAId = 0x0010A481;
+    static constexpr quint32 kSatelliteBId = 0x0010A482;
+    static constexpr quint32 kGpsId = 0x0020A402;
+    static constexpr quint32 kPowerId = 0x0030A403;
+    static constexpr quint32 kVarioId = 0x0040A404;
+    static constexpr quint32 kTemperatureId = 0x0050A405;
+
+    static constexpr quint16 kRegisterBase = 0x0010;
+    static constexpr int kRegisterCount = 32;
+    // A device greeted by a keep-alive, or that introduced itself, this recently leaves enumeration
+    // broadcasts to the others.
+    static constexpr qint64 kKeepAliveQuietMs = 5000;
+    static constexpr int kMaxAnswer = 30;
+
+    // One device on the bus, or an extension behind one (parent set, extension index from 1).
+    struct Unit
+    {
+        quint32 identifier = 0;
+        quint32 parent = 0;
+        quint8 extensionIndex = 0;
+        quint8 extensionCount = 0;
+        quint16 hardware = 0;
+        quint8 kind = 1;
+        QByteArray name; // Latin-1, at most 12 bytes
+        quint8 extra1 = 0;
+        quint8 extra2 = 0;
+        QByteArray registers; // kRegisterCount bytes from kRegisterBase
+        qint64 lastKeepAliveMs = -1;
+        qint64 lastIdentifiedMs = -1; // last answer to a broadcast identification
+    };
+
+    using SentValue = SimTelemetry::SentValue;
+
+    explicit BusSimulator(QObject *parent = nullptr);
+    ~BusSimulator() override;
+
+    // Opens the pseudo-terminal and starts answering. False with a reason when that fails.
+    bool start(QString *error = nullptr);
+    bool isPlugged() const { return m_master >= 0; }
+    // The slave side, e.g. /dev/pts/7: what the program opens as its serial port.
+    QString portPath() const { return m_slavePath; }
+    // A symbolic link to the port (replacing an older link there); removed again on unplug.
+    bool linkTo(const QString &symlinkPath, QString *error = nullptr);
+
+    // Time source for keep-alive quiet periods and the flight; set before start(). Null: system time.
+    void setClock(const LinkClock *clock);
+    void setSeed(quint32 seed);
+    void setNoise(bool on) { m_noise = on; }
+    // Every n-th answer goes out with a broken CRC; 0 turns it off.
+    void setBadCrcEvery(int n) { m_badCrcEvery = qMax(0, n); }
+    void setSilent(bool silent) { m_silent = silent; }
+    bool isSilent() const { return m_silent; }
+    // Closes every descriptor of the pseudo-terminal: the program's port sees a hang-up.
+    void unplug();
+
+    const QVector<Unit> &units() const { return m_units; }
+    const Unit *unit(quint32 identifier) const;
+    QByteArray registers(quint32 identifier) const;
+    const SimTelemetry &telemetry() const { return m_telemetry; }
+    // Every telemetry value sent in an answer with a good CRC, in sending order.
+    const QVector<SentValue> &sentValues() const { return m_sentValues; }
+
+    int masterFrames() const { return m_masterFrames; }
+    int badMasterCrcs() const { return m_badMasterCrcs; }
+    int requestsSeen(char type) const;
+    int answersSent(char type) const;
+    int answersSent() const;
+    int badCrcsSent() const { return m_badCrcsSent; }
+    int noiseBytesSent() const { return m_noiseBytes; }
+    int textFramesSent() const { return m_textFrames; }
+    int messagesSent() const { return m_messages; }
+    int alarmsSent() const { return m_alarms; }
+    QString statusLine() const;
+
+signals:
+    void pluggedOut();
+
+private slots:
+    void readMaster();
+
+private:
+    enum Counter
+    {
+        Telemetry,
+        Identify,
+        KeepAlive,
+        Read,
+        Write,
+        CounterCount
+    };
+    static int counterIndex(char type);
+
+    void addDefaultDevices();
+    void parseInput();
+    void masterFrame(const quint8 *frame, int length);
+    void request(const quint8 *req, int length);
+    void answerTelemetry(quint8 packetId);
+    void answerIdentify(quint8 packetId, quint32 identifier, quint8 extension, bool addressed);
+    void answerKeepAlive(quint8 packetId, quint32 identifier);
+    void answerRead(quint8 packetId, quint32 identifier, const quint8 *data, int length);
+    void answerWrite(quint8 packetId, quint32 identifier, quint8 flags, const quint8 *data, int length);
+    // Sends one answer frame (with noise before it when on); false when its CRC was spoilt on purpose.
+    bool send(const QByteArray &payload);
+    void writeAll(const QByteArray &bytes);
+    void closeAll();
+    Unit *findUnit(quint32 identifier);
+    qint64 now() const { return m_clock->elapsedMs(); }
+
+    int m_master = -1;
+    int m_slave = -1; // held so the line does not hang up before the program opens it
+    QString m_slavePath;
+    QString m_linkPath;
+    QSocketNotifier *m_notifier = nullptr;
+    QByteArray m_input;
+
+    SystemLinkClock m_systemClock;
+    const LinkClock *m_clock = &m_systemClock;
+    qint64 m_startMs = 0;
+    QVector<Unit> m_units; // ordered by identifier: enumeration answers lowest first
+    SimTelemetry m_telemetry;
+    std::mt19937 m_noiseRng;
+    QVector<SentValue> m_sentValues;
+
+    bool m_noise = false;
+    bool m_silent = false;
+    int m_badCrcEvery = 0;
+    int m_answerSequence = 0;
+
+    int m_masterFrames = 0;
+    int m_badMasterCrcs = 0;
+    int m_requests[CounterCount] = {};
+    int m_answers[CounterCount] = {};
+    int m_badCrcsSent = 0;
+    int m_noiseBytes = 0;
+    int m_textFrames = 0;
+    int m_messages = 0;
+    int m_alarms = 0;
+};

@@ -1,0 +1,124 @@
+// vexo-bus-sim: LX Bus devices behind a pseudo-terminal, so the program can be run and watched
+// without hardware. Prints the port path on its first line, then a status line every second.
+
+#include "tests/support/BusSimulator.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QTimer>
+
+#include <csignal>
+#include <cstdio>
+
+namespace {
+volatile std::sig_atomic_t g_stop = 0;
+
+void onSignal(int)
+{
+    g_stop = 1;
+}
+
+void printLine(const QString &line)
+{
+    std::fputs(line.toLocal8Bit().constData(), stdout);
+    std::fputc('\n', stdout);
+    std::fflush(stdout);
+}
+
+// A non-negative number option, or -1 when absent; false when present but not a number.
+bool numberOption(const QCommandLineParser &parser, const QCommandLineOption &option, double *out)
+{
+    *out = -1;
+    if (!parser.isSet(option))
+        return true;
+    bool ok = false;
+    *out = parser.value(option).toDouble(&ok);
+    return ok && *out >= 0;
+}
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("vexo-bus-sim"));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Simulated LX Bus devices on a pseudo-terminal. Open the printed path as the serial port."));
+    parser.addHelpOption();
+    const QCommandLineOption link(QStringLiteral("link"),
+                                  QStringLiteral("Create a symbolic link to the port."),
+                                  QStringLiteral("path"));
+    const QCommandLineOption seed(QStringLiteral("seed"), QStringLiteral("Seed for values and noise."),
+                                  QStringLiteral("n"), QStringLiteral("1"));
+    const QCommandLineOption noise(QStringLiteral("noise"),
+                                   QStringLiteral("Send garbage bytes between answers."));
+    const QCommandLineOption badCrc(QStringLiteral("bad-crc"),
+                                    QStringLiteral("Spoil the CRC of every n-th answer."),
+                                    QStringLiteral("n"));
+    const QCommandLineOption silentAfter(QStringLiteral("silent-after"),
+                                         QStringLiteral("Stop answering after this many seconds."),
+                                         QStringLiteral("seconds"));
+    const QCommandLineOption unplugAfter(QStringLiteral("unplug-after"),
+                                         QStringLiteral("Close the port after this many seconds."),
+                                         QStringLiteral("seconds"));
+    const QCommandLineOption seconds(QStringLiteral("seconds"),
+                                     QStringLiteral("Exit after this many seconds."), QStringLiteral("n"));
+    const QCommandLineOption quiet(QStringLiteral("quiet"), QStringLiteral("No status lines."));
+    parser.addOptions({link, seed, noise, badCrc, silentAfter, unplugAfter, seconds, quiet});
+    parser.process(app);
+
+    double silentS = -1;
+    double unplugS = -1;
+    double runS = -1;
+    double badCrcN = -1;
+    bool seedOk = false;
+    const quint32 seedValue = parser.value(seed).toUInt(&seedOk);
+    if (!seedOk || !numberOption(parser, silentAfter, &silentS) ||
+        !numberOption(parser, unplugAfter, &unplugS) || !numberOption(parser, seconds, &runS) ||
+        !numberOption(parser, badCrc, &badCrcN)) {
+        std::fputs("vexo-bus-sim: option values must be non-negative numbers\n", stderr);
+        return 2;
+    }
+
+    BusSimulator sim;
+    sim.setSeed(seedValue);
+    sim.setNoise(parser.isSet(noise));
+    sim.setBadCrcEvery(badCrcN < 0 ? 0 : int(badCrcN));
+    QString error;
+    if (!sim.start(&error)) {
+        std::fprintf(stderr, "vexo-bus-sim: %s\n", error.toLocal8Bit().constData());
+        return 1;
+    }
+    if (parser.isSet(link) && !sim.linkTo(parser.value(link), &error)) {
+        std::fprintf(stderr, "vexo-bus-sim: cannot link %s: %s\n",
+                     parser.value(link).toLocal8Bit().constData(), error.toLocal8Bit().constData());
+        return 1;
+    }
+    printLine(sim.portPath());
+
+    if (silentS >= 0)
+        QTimer::singleShot(int(silentS * 1000), &sim, [&sim] { sim.setSilent(true); });
+    if (unplugS >= 0)
+        QTimer::singleShot(int(unplugS * 1000), &sim, [&sim] { sim.unplug(); });
+    if (runS >= 0)
+        QTimer::singleShot(int(runS * 1000), &app, &QCoreApplication::quit);
+
+    QTimer status;
+    if (!parser.isSet(quiet)) {
+        QObject::connect(&status, &QTimer::timeout, &sim, [&sim] { printLine(sim.statusLine()); });
+        status.start(1000);
+    }
+
+    // Ctrl-C ends the run through the event loop, so the link is removed on the way out.
+    std::signal(SIGINT, onSignal);
+    std::signal(SIGTERM, onSignal);
+    QTimer stopCheck;
+    QObject::connect(&stopCheck, &QTimer::timeout, &app, [] {
+        if (g_stop)
+            QCoreApplication::quit();
+    });
+    stopCheck.start(100);
+
+    return app.exec();
+}
