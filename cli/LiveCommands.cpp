@@ -160,6 +160,10 @@ int LiveCommands::record(const QStringList &args, std::FILE *out, std::FILE *err
         }
         std::fflush(out);
     });
+    QObject::connect(&decoder, &TelemetryDecoder::messageReceived, &loop, [&](const TelemetryMessage &m) {
+        std::fprintf(out, "message %s\n", m.displayText().toUtf8().constData());
+        std::fflush(out);
+    });
     if (!openPort(link, o, err))
         return 1;
     store.setLogging(true);

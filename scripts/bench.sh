@@ -12,3 +12,4 @@ if [ ! -s "$log" ]; then
     "$here/build-release/cli/vexo-log" generate --seconds 11400 --rate 50 --devices 6 --seed 1 --out "$log"
 fi
 "$here/build-release/bench/bench_native_log" "$log"
+QT_LOGGING_RULES="*.debug=false" "$here/build-release/bench/bench_link" 10

@@ -340,11 +340,15 @@ SimTelemetry::Frame SimTelemetry::dataFrame(const Sensor &sensor, const QVector<
     return frame;
 }
 
-void SimTelemetry::maybeRaiseEvent(int sensorIndex)
+void SimTelemetry::maybeRaiseEvent(int sensorIndex, qint64 flightMs)
 {
     const Sensor &s = m_sensors.at(sensorIndex);
-    if (m_rng() % 40 != 0 || (s.alarms.isEmpty() && s.notices.isEmpty()))
+    State &st = m_states[sensorIndex];
+    if (st.nextEventMs < 0)
+        st.nextEventMs = flightMs + kEventMinMs / 3 + qint64(m_rng() % quint32(kEventSpreadMs));
+    if (flightMs < st.nextEventMs || (s.alarms.isEmpty() && s.notices.isEmpty()))
         return;
+    st.nextEventMs = flightMs + kEventMinMs + qint64(m_rng() % quint32(kEventSpreadMs));
     Frame event;
     event.deviceId = s.identifier;
     const bool alarm = !s.alarms.isEmpty() && (s.notices.isEmpty() || m_rng() % 2 == 0);
@@ -356,7 +360,7 @@ void SimTelemetry::maybeRaiseEvent(int sensorIndex)
         const quint32 pick = m_rng() % quint32(s.notices.size());
         event.bytes = messageFrame(s.identifier, kMessageKind, quint8(pick % 4), s.notices.at(int(pick)));
     }
-    m_states[sensorIndex].events.append(event);
+    st.events.append(event);
 }
 
 SimTelemetry::Frame SimTelemetry::next(qint64 flightMs)
@@ -393,6 +397,6 @@ SimTelemetry::Frame SimTelemetry::next(qint64 flightMs)
         return Frame();
     const Frame frame = dataFrame(s, st.groups.at(st.groupCursor), flightMs / 1000.0);
     st.groupCursor = (st.groupCursor + 1) % st.groups.size();
-    maybeRaiseEvent(i);
+    maybeRaiseEvent(i, flightMs);
     return frame;
 }

@@ -87,7 +87,11 @@ public:
     // length, identifier, reserved byte) and what is left for the body.
     static constexpr int kMaxFrame = 27;
     static constexpr int kMaxBody = kMaxFrame - 7;
-    static constexpr qint64 kTextRepeatMs = 10000;
+    // Descriptions come round every two seconds, so a listener that starts late learns them quickly.
+    static constexpr qint64 kTextRepeatMs = 2000;
+    // A sensor raises an alarm or a message about twice a minute.
+    static constexpr qint64 kEventMinMs = 15000;
+    static constexpr qint64 kEventSpreadMs = 30000;
     static constexpr qint64 kFlightMs = 300000;
 
     explicit SimTelemetry(quint32 seed = 1);
@@ -117,6 +121,7 @@ private:
         int groupCursor = 0;
         QVector<QVector<int>> groups; // variables per data frame
         QVector<Frame> events;        // alarms and messages waiting to go out
+        qint64 nextEventMs = -1;      // when this sensor next has something to say
     };
 
     static QByteArray frameHeader(quint32 deviceId, quint8 frameType, int bodyLength);
@@ -124,7 +129,7 @@ private:
     Frame dataFrame(const Sensor &sensor, const QVector<int> &group, double seconds);
     void valueOf(const Variable &v, double seconds, qint32 *value, quint8 *decimals);
     void advanceFlight(qint64 flightMs);
-    void maybeRaiseEvent(int sensorIndex);
+    void maybeRaiseEvent(int sensorIndex, qint64 flightMs);
     double jitter(double amplitude);
 
     QVector<Sensor> m_sensors;
