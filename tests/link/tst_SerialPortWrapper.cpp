@@ -4,8 +4,10 @@
 #include "link/SerialPortWrapper.h"
 
 #include <QSignalSpy>
+
 #include <QTemporaryDir>
 #include <QtTest>
+#include <SDL.h>
 
 #include <fcntl.h>
 #include <stdlib.h>
@@ -68,6 +70,7 @@ private slots:
     void errorRule();
     void unplugReportedOnce();
     void progressAndReload();
+    void controllerAxesInTheMasterFrame();
 };
 
 void tst_SerialPortWrapper::openResults_data()
@@ -239,6 +242,69 @@ void tst_SerialPortWrapper::progressAndReload()
     SerialPortWrapper::reloadFlag() = true;
     w.tick();
     QVERIFY(!SerialPortWrapper::reloadFlag());
+}
+
+void tst_SerialPortWrapper::controllerAxesInTheMasterFrame()
+{
+    qputenv("SDL_VIDEODRIVER", "dummy");
+    Pty pty;
+    ManualLinkClock clock;
+    SerialPortWrapper w(&clock);
+    w.setTimerEnabled(false);
+    w.start();
+    QSignalSpy detected(&w, &SerialPortWrapper::detectedJoysticks);
+    w.detectJoysticks(); // brings SDL's joystick subsystem up
+    QCOMPARE(detected.count(), 1);
+    SDL_VirtualJoystickDesc desc;
+    SDL_zero(desc);
+    desc.version = SDL_VIRTUAL_JOYSTICK_DESC_VERSION;
+    desc.type = SDL_JOYSTICK_TYPE_GAMECONTROLLER;
+    desc.naxes = 3;
+    desc.name = "Vexo test sticks";
+    const int index = SDL_JoystickAttachVirtualEx(&desc);
+    QVERIFY2(index >= 0, SDL_GetError());
+    SDL_Joystick *stick = SDL_JoystickOpen(index);
+    QVERIFY(stick);
+    char guid[33] = {};
+    SDL_JoystickGetGUIDString(SDL_JoystickGetDeviceGUID(index), guid, sizeof guid);
+    SDL_JoystickSetVirtualAxis(stick, 0, 32767);
+    SDL_JoystickSetVirtualAxis(stick, 1, -32768);
+    SDL_JoystickSetVirtualAxis(stick, 2, 8192);
+
+    QCOMPARE(w.setSerialPort(pty.path), 0);
+    QSignalSpy axes(&w, &SerialPortWrapper::joystickUpdated);
+    w.setJoystick(QString::fromLatin1(guid));
+    runTicks(w, clock, 5);
+    QVERIFY(axes.count() >= 1);
+    QByteArray out;
+    QTRY_VERIFY((out += pty.readAll()).size() >= 24);
+    // The last channel frame (0x3E; requests may ride behind it) carries eight channels: the three axes,
+    // then centred ones.
+    QByteArray frame;
+    for (int pos = 0; pos + 3 <= out.size(); pos += quint8(out[pos + 2])) {
+        if (out[pos] == char(0x3E))
+            frame = out.mid(pos, quint8(out[pos + 2]));
+    }
+    QVERIFY(frame.size() >= 24);
+    QCOMPARE(int(quint8(frame[5])), 0x10);
+    const auto channel = [&frame](int i) {
+        return int(quint8(frame[6 + 2 * i]) | (quint8(frame[7 + 2 * i]) << 8));
+    };
+    QCOMPARE(channel(0), 16000);
+    QCOMPARE(channel(1), 8000);
+    QCOMPARE(channel(2), 13000);
+    QCOMPARE(channel(7), 12000);
+    // Deselecting goes back to the two-channel block.
+    w.setJoystick(QString());
+    QTest::qWait(20);
+    pty.readAll();
+    runTicks(w, clock, 40);
+    out.clear();
+    QTRY_VERIFY((out += pty.readAll()).size() >= 12);
+    QVERIFY(out.contains(QByteArray::fromHex("0c0031")));
+    QVERIFY(!out.contains(QByteArray::fromHex("003110")));
+    SDL_JoystickClose(stick);
+    SDL_JoystickDetachVirtual(index);
 }
 
 QTEST_GUILESS_MAIN(tst_SerialPortWrapper)
