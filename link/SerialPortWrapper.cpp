@@ -12,6 +12,11 @@
 
 #include <algorithm>
 
+#ifndef Q_OS_WIN
+#include <cerrno>
+#include <unistd.h>
+#endif
+
 namespace {
 // USB adapters the maker ships: (vendor, product).
 const QPair<quint16, quint16> kAdapters[] = {{0x0483, 0x5840}, {0x0403, 0x6001}};
@@ -395,6 +400,8 @@ void SerialPortWrapper::deviceFrame(const quint8 *frame, int length, const quint
         // The answer is in: the line is free for the next frame.
         m_awaitedPacket = -1;
         m_lineFreeAt = 0;
+        if (m_timer && m_timer->interval() != 1)
+            m_timer->start(1);
     }
     m_protocol.processAnswer(payload, payloadLength);
     quint8 record[8 + LxFrame::kMaxRequest + 1];
@@ -418,6 +425,32 @@ void SerialPortWrapper::goodEcho()
     m_errorCount = 0;
 }
 
+// One master frame to the port. On Unix it goes straight to the descriptor: the port object's own
+// buffered write costs an extra wake-up per frame, a thousand times a second.
+bool SerialPortWrapper::writeFrame(int length)
+{
+#ifdef Q_OS_WIN
+    if (m_port->write(reinterpret_cast<const char *>(m_frame), length) != length)
+        return false;
+    m_port->flush();
+    return true;
+#else
+    if (m_port->bytesToWrite() == 0) {
+        const ssize_t written = ::write(int(m_port->handle()), m_frame, size_t(length));
+        if (written == length)
+            return true;
+        if (written < 0 && errno != EAGAIN && errno != EINTR)
+            return false;
+        if (written > 0) {
+            // The driver took part of it: the rest follows through the port's own buffer.
+            return m_port->write(reinterpret_cast<const char *>(m_frame) + written, length - written) ==
+                   length - written;
+        }
+    }
+    return m_port->write(reinterpret_cast<const char *>(m_frame), length) == length;
+#endif
+}
+
 void SerialPortWrapper::sendMasterFrame(qint64 now)
 {
     if (now < m_lineFreeAt)
@@ -429,11 +462,10 @@ void SerialPortWrapper::sendMasterFrame(qint64 now)
     const quint8 *request = m_protocol.nextDueRequest(&requestLength);
     const int n =
         LxFrame::buildMasterFrame(m_frame, m_hasController ? m_channels : nullptr, request, requestLength);
-    if (m_port->write(reinterpret_cast<const char *>(m_frame), n) != n) {
+    if (!writeFrame(n)) {
         fatalError(tr("<b>Serial port error:</b><br>%1").arg(m_port->errorString()));
         return;
     }
-    m_port->flush();
     const int baud = std::max(baudForMode(m_mode), 9600);
     qint64 busyMs = (qint64(n) * 10 * 1000 + baud - 1) / baud;
     m_awaitedPacket = -1;
@@ -499,6 +531,21 @@ void SerialPortWrapper::tick()
         m_lastProgress = progress;
         emit percentageChanged(progress);
     }
+    scheduleNextTick(now);
+}
+
+// The timer runs every millisecond while there is something to do. While the line is known to be busy
+// (a frame still on the wire, an answer window open) a tick could only return, so the timer sleeps until
+// the line is free; an answer that frees it early wakes it at once. A controller keeps the 1 ms pace.
+void SerialPortWrapper::scheduleNextTick(qint64 now)
+{
+    if (!m_timer)
+        return;
+    const bool busBusy = m_open && !m_paused && (m_mode == LxBus125k || m_mode == LxBus250k) &&
+                         !m_hasController && m_lineFreeAt > now + 1;
+    const int interval = busBusy ? int(std::min<qint64>(m_lineFreeAt - now, 50)) : 1;
+    if (m_timer->interval() != interval)
+        m_timer->start(interval);
 }
 
 void SerialPortWrapper::selectMode(int mode)

@@ -116,6 +116,8 @@ private:
     void fatalError(const QString &text);
     void setOpen(bool open);
     void sendMasterFrame(qint64 now);
+    bool writeFrame(int length);
+    void scheduleNextTick(qint64 now);
     SerialReader *readerFor(int mode) const;
 
     mutable QRecursiveMutex m_mutex;
