@@ -1,5 +1,6 @@
 #include "cli/CliCommands.h"
 
+#include "cli/DbCommands.h"
 #include "cli/JsonDump.h"
 #include "cli/LiveCommands.h"
 #include "telemetry/LogFileWriter.h"
@@ -27,7 +28,9 @@ const char kUsage[] =
     "  record --port PORT [--baud 125000|250000] [--seconds N] --out FILE.log\n"
     "                         run the LX Bus on PORT and record its telemetry (Ctrl+C stops)\n"
     "  devices --port PORT [--seconds N]\n"
-    "                         list the devices found on the bus\n";
+    "                         list the devices found on the bus\n"
+    "  db import|list|export|delete-model [--db PATH] ...\n"
+    "                         the studio's models, folders and logs (vexo-log db --help)\n";
 
 struct Context
 {
@@ -216,6 +219,7 @@ int CliCommands::run(const QStringList &arguments, std::FILE *out, std::FILE *er
          [](const Context &c) { return LiveCommands::record(c.args, c.out, c.err); }},
         {QStringLiteral("devices"),
          [](const Context &c) { return LiveCommands::devices(c.args, c.out, c.err); }},
+        {QStringLiteral("db"), [](const Context &c) { return DbCommands::run(c.args, c.out, c.err); }},
     };
     Context c{arguments.mid(1), out, err};
     const auto it = commands.find(arguments.at(0));

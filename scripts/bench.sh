@@ -13,3 +13,4 @@ if [ ! -s "$log" ]; then
 fi
 "$here/build-release/bench/bench_native_log" "$log"
 QT_LOGGING_RULES="*.debug=false" "$here/build-release/bench/bench_link" 10
+"$here/build-release/bench/bench_database" "$log"

@@ -1,0 +1,342 @@
+#include "cli/DbCommands.h"
+
+#include "database/DatabaseManager.h"
+#include "database/Logger.h"
+#include "database/ModelFolderTree.h"
+#include "database/ModelLibrary.h"
+#include "telemetry/TelemetryData.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QStandardPaths>
+
+#include <map>
+
+namespace {
+const char kDbUsage[] = "usage: vexo-log db <command> [--db PATH] [arguments]\n"
+                        "\n"
+                        "  import --model NAME [--folder yyyy/MM/dd] FILE...\n"
+                        "                         store logs under a model (created when missing)\n"
+                        "  list                   models, their folders and logs\n"
+                        "  export --log ID OUT    write a stored log to OUT, byte for byte\n"
+                        "  delete-model --model NAME\n"
+                        "                         delete a model with its folders and logs\n"
+                        "\n"
+                        "--db PATH: the database file, or a folder holding data.sqlite\n"
+                        "           (default: the studio's own database)\n";
+
+struct Options
+{
+    QString db;
+    QString model;
+    QString folder;
+    QString log;
+    QStringList positional;
+};
+
+struct Context
+{
+    std::FILE *out;
+    std::FILE *err;
+
+    int fail(const QString &message) const
+    {
+        std::fprintf(err, "vexo-log: %s\n", message.toUtf8().constData());
+        return 1;
+    }
+    int usage(const QString &message) const
+    {
+        std::fprintf(err, "vexo-log: db: %s\n\n%s", message.toUtf8().constData(), kDbUsage);
+        return 2;
+    }
+    void print(const QString &text) const
+    {
+        std::fputs(text.toUtf8().constData(), out);
+        std::fflush(out);
+    }
+};
+
+bool parseOptions(const QStringList &args, Options *o, QString *error)
+{
+    const std::map<QString, QString *> valued = {{QStringLiteral("--db"), &o->db},
+                                                 {QStringLiteral("--model"), &o->model},
+                                                 {QStringLiteral("--folder"), &o->folder},
+                                                 {QStringLiteral("--log"), &o->log}};
+    for (int i = 0; i < args.size(); ++i) {
+        const QString &a = args.at(i);
+        const auto it = valued.find(a);
+        if (it != valued.end()) {
+            if (i + 1 >= args.size()) {
+                *error = QStringLiteral("%1 needs a value").arg(a);
+                return false;
+            }
+            *it->second = args.at(++i);
+        } else if (a.startsWith(QLatin1String("--"))) {
+            *error = QStringLiteral("unknown option %1").arg(a);
+            return false;
+        } else {
+            o->positional << a;
+        }
+    }
+    return true;
+}
+
+QString formatDuration(qint64 ms)
+{
+    return QStringLiteral("%1:%2:%3.%4")
+        .arg(ms / 3600000)
+        .arg(ms / 60000 % 60, 2, 10, QLatin1Char('0'))
+        .arg(ms / 1000 % 60, 2, 10, QLatin1Char('0'))
+        .arg(ms % 1000, 3, 10, QLatin1Char('0'));
+}
+
+// The database and the application log beside it; the log file is only created if something is logged.
+class Session
+{
+public:
+    explicit Session(const QString &path)
+        : m_logger(QFileInfo(path).absolutePath() + QStringLiteral("/Application.log")),
+          m_db(QString(), &m_logger)
+    {
+        m_db.setDatabasePath(path);
+    }
+    DatabaseManager &db() { return m_db; }
+
+private:
+    Logger m_logger;
+    DatabaseManager m_db;
+};
+
+QString databasePath(const Options &o)
+{
+    if (o.db.isEmpty())
+        return DbCommands::defaultDatabasePath();
+    if (QFileInfo(o.db).isDir())
+        return QDir(o.db).filePath(DatabaseManager::fileName());
+    return o.db;
+}
+
+// Only import may create a database; the others refuse a path that holds none.
+bool openDatabase(const Context &c, const QString &path, bool create, DatabaseManager *db)
+{
+    if (!create && !QFileInfo::exists(path)) {
+        c.fail(QStringLiteral("%1: no database there").arg(QDir::toNativeSeparators(path)));
+        return false;
+    }
+    if (!db->openAndInitialise()) {
+        c.fail(db->lastError());
+        return false;
+    }
+    return true;
+}
+
+int import(const Context &c, const Options &o)
+{
+    if (o.model.trimmed().isEmpty())
+        return c.usage(QStringLiteral("import needs --model NAME"));
+    if (o.positional.isEmpty())
+        return c.usage(QStringLiteral("import needs at least one log file"));
+    const QString path = databasePath(o);
+    Session session(path);
+    DatabaseManager &db = session.db();
+    if (!openDatabase(c, path, true, &db))
+        return 1;
+    ModelLibrary library(&db);
+    bool ok = false;
+    int modelId = library.findModel(o.model, &ok);
+    if (!ok)
+        return c.fail(library.lastError());
+
+    QStringList failures;
+    int imported = 0;
+    const int total = o.positional.size();
+    for (int i = 0; i < total; ++i) {
+        const QString &file = o.positional.at(i);
+        const QString step = QStringLiteral("[%1/%2] %3: ").arg(i + 1).arg(total).arg(file);
+        // One transaction per log: the sensor rows its reading adds, the model, its folders and the log
+        // itself are stored together or not at all.
+        QString error;
+        int logId = -1;
+        int folderId = -1;
+        const bool createdModel = modelId < 0;
+        TelemetryDataPackage package;
+        if (!db.beginTransaction()) {
+            error = db.lastError();
+        } else if (!TelemetryData::readFile(file, &package, &db, &error)) {
+            db.rollbackTransaction();
+        } else if ((createdModel && (modelId = library.createModel(o.model)) < 0) ||
+                   !library.folderForPath(modelId, o.folder, &folderId) ||
+                   (logId = library.storeLog(package, modelId, folderId, QFileInfo(file).fileName())) < 0) {
+            error = library.lastError();
+            db.rollbackTransaction();
+        } else if (!db.commitTransaction()) {
+            error = db.lastError();
+            db.rollbackTransaction();
+        }
+        if (!error.isEmpty()) {
+            if (createdModel)
+                modelId = -1;
+            // The readers already name the file; say it once.
+            if (error.startsWith(file + QStringLiteral(": ")))
+                error = error.mid(file.size() + 2);
+            failures << QStringLiteral("  %1: %2").arg(file, error);
+            c.print(step + QStringLiteral("failed: %1\n").arg(error));
+            continue;
+        }
+        ++imported;
+        c.print(step + QStringLiteral("stored as log %1 (%2, %3 samples)\n")
+                           .arg(logId)
+                           .arg(formatDuration(ModelLibrary::lengthOf(package)))
+                           .arg(package.sampleCount()));
+    }
+    c.print(QStringLiteral("imported %1, failed %2\n").arg(imported).arg(failures.size()));
+    if (!failures.isEmpty())
+        std::fprintf(c.err, "vexo-log: failed:\n%s\n", failures.join(QLatin1Char('\n')).toUtf8().constData());
+    return failures.isEmpty() ? 0 : 1;
+}
+
+void listFolder(const Context &c, const ModelFolderTree &tree, const QModelIndex &parent,
+                const QHash<int, qint64> &lengths, int depth)
+{
+    const QString indent(2 * depth, QLatin1Char(' '));
+    for (int row = 0; row < tree.rowCount(parent); ++row) {
+        const QModelIndex item = tree.index(row, ModelFolderTree::FileColumn, parent);
+        const QString name = item.data().toString();
+        const int id = tree.itemId(item);
+        if (tree.itemKind(item) == ModelFolderTree::FolderItem) {
+            c.print(QStringLiteral("%1%2/  (folder %3, %4 folders, %5 logs)\n")
+                        .arg(indent, name)
+                        .arg(id)
+                        .arg(tree.folderCount(item))
+                        .arg(tree.logCount(item)));
+            listFolder(c, tree, item, lengths, depth + 1);
+        } else {
+            const QString date = tree.index(row, ModelFolderTree::DateColumn, parent).data().toString();
+            const QString comment = tree.index(row, ModelFolderTree::DetailsColumn, parent).data().toString();
+            c.print(QStringLiteral("%1log %2  %3  %4  %5%6\n")
+                        .arg(indent)
+                        .arg(id)
+                        .arg(name, date, formatDuration(lengths.value(id)),
+                             comment.isEmpty() ? QString() : QStringLiteral("  \"%1\"").arg(comment)));
+        }
+    }
+}
+
+int list(const Context &c, const Options &o)
+{
+    if (!o.positional.isEmpty() || !o.model.isEmpty() || !o.folder.isEmpty() || !o.log.isEmpty())
+        return c.usage(QStringLiteral("list takes no arguments besides --db"));
+    const QString path = databasePath(o);
+    Session session(path);
+    DatabaseManager &db = session.db();
+    if (!openDatabase(c, path, false, &db))
+        return 1;
+    bool ok = false;
+    const QVector<ModelData> models = db.models(&ok);
+    if (!ok)
+        return c.fail(db.lastError());
+    ModelLibrary library(&db);
+    ModelFolderTree tree(&library);
+    c.print(QStringLiteral("%1: %2 models\n").arg(QDir::toNativeSeparators(path)).arg(models.size()));
+    for (const ModelData &m : models) {
+        const QHash<int, qint64> lengths = db.logLengths(m.id, &ok);
+        if (!ok || !tree.setModelId(m.id))
+            return c.fail(db.lastError());
+        c.print(QStringLiteral("model %1  %2  (%3 folders, %4 logs)\n")
+                    .arg(m.id)
+                    .arg(m.name)
+                    .arg(tree.folderCount(QModelIndex()))
+                    .arg(tree.logCount(QModelIndex())));
+        listFolder(c, tree, QModelIndex(), lengths, 1);
+    }
+    return 0;
+}
+
+int exportLog(const Context &c, const Options &o)
+{
+    bool isNumber = false;
+    const int id = o.log.toInt(&isNumber);
+    if (!isNumber || o.positional.size() != 1 || !o.model.isEmpty() || !o.folder.isEmpty())
+        return c.usage(QStringLiteral("export takes --log ID and one output file"));
+    const QString path = databasePath(o);
+    Session session(path);
+    DatabaseManager &db = session.db();
+    if (!openDatabase(c, path, false, &db))
+        return 1;
+    ModelLibrary library(&db);
+    if (!library.exportLog(id, o.positional.at(0)))
+        return c.fail(library.lastError());
+    c.print(QStringLiteral("exported log %1 to %2 (%3 bytes)\n")
+                .arg(id)
+                .arg(o.positional.at(0))
+                .arg(QFileInfo(o.positional.at(0)).size()));
+    return 0;
+}
+
+int deleteModel(const Context &c, const Options &o)
+{
+    if (o.model.isEmpty() || !o.positional.isEmpty() || !o.folder.isEmpty() || !o.log.isEmpty())
+        return c.usage(QStringLiteral("delete-model takes --model NAME"));
+    const QString path = databasePath(o);
+    Session session(path);
+    DatabaseManager &db = session.db();
+    if (!openDatabase(c, path, false, &db))
+        return 1;
+    ModelLibrary library(&db);
+    const int id = library.findModel(o.model);
+    if (id < 0)
+        return c.fail(library.lastError());
+    ModelFolderTree tree(&library);
+    if (!tree.setModelId(id))
+        return c.fail(tree.lastError());
+    const int folders = tree.folderCount(QModelIndex());
+    const int logs = tree.logCount(QModelIndex());
+    if (!library.deleteModel(id))
+        return c.fail(library.lastError());
+    c.print(QStringLiteral("deleted model %1 \"%2\" with %3 folders and %4 logs\n")
+                .arg(id)
+                .arg(o.model)
+                .arg(folders)
+                .arg(logs));
+    return 0;
+}
+} // namespace
+
+QString DbCommands::defaultDatabasePath()
+{
+    // The studio's names pick its folder; vexo-log's own would give a folder of its own.
+    const QString organisation = QCoreApplication::organizationName();
+    const QString application = QCoreApplication::applicationName();
+    QCoreApplication::setOrganizationName(QStringLiteral("Vexo"));
+    QCoreApplication::setApplicationName(QStringLiteral("Vexo Studio"));
+    const QString folder = QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation);
+    QCoreApplication::setOrganizationName(organisation);
+    QCoreApplication::setApplicationName(application);
+    return QDir(folder).filePath(DatabaseManager::fileName());
+}
+
+int DbCommands::run(const QStringList &args, std::FILE *out, std::FILE *err)
+{
+    const Context c{out, err};
+    if (args.isEmpty())
+        return c.usage(QStringLiteral("which db command?"));
+    if (args.at(0) == QLatin1String("--help") || args.at(0) == QLatin1String("-h")) {
+        std::fputs(kDbUsage, out);
+        return 0;
+    }
+    const std::map<QString, int (*)(const Context &, const Options &)> commands = {
+        {QStringLiteral("import"), &import},
+        {QStringLiteral("list"), &list},
+        {QStringLiteral("export"), &exportLog},
+        {QStringLiteral("delete-model"), &deleteModel},
+    };
+    const auto it = commands.find(args.at(0));
+    if (it == commands.end())
+        return c.usage(QStringLiteral("unknown command \"%1\"").arg(args.at(0)));
+    Options o;
+    QString error;
+    if (!parseOptions(args.mid(1), &o, &error))
+        return c.usage(error);
+    return it->second(c, o);
+}

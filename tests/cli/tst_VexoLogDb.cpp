@@ -1,0 +1,169 @@
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QTemporaryDir>
+#include <QtTest>
+
+namespace {
+struct Result
+{
+    int code;
+    QString out;
+    QString err;
+};
+
+Result run(const QStringList &args, const QProcessEnvironment &env = QProcessEnvironment::systemEnvironment())
+{
+    QProcess p;
+    p.setProcessEnvironment(env);
+    p.start(QStringLiteral(VEXO_LOG_BINARY), args);
+    if (!p.waitForFinished(120000))
+        return {-1, {}, "timed out"};
+    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
+            QString::fromUtf8(p.readAllStandardOutput()), QString::fromUtf8(p.readAllStandardError())};
+}
+
+QByteArray readAll(const QString &path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+} // namespace
+
+class tst_VexoLogDb : public QObject
+{
+    Q_OBJECT
+private slots:
+    void initTestCase();
+    void importListExportDelete();
+    void badUsage_data();
+    void badUsage();
+    void unusableDatabaseIsLeftAlone();
+    void defaultIsTheStudiosDataFolder();
+
+private:
+    QTemporaryDir m_dir;
+    QString m_a, m_b;
+};
+
+void tst_VexoLogDb::initTestCase()
+{
+    QVERIFY(m_dir.isValid());
+    m_a = m_dir.filePath("a.log");
+    m_b = m_dir.filePath("b.log");
+    QCOMPARE(
+        run({"generate", "--seconds", "20", "--rate", "5", "--devices", "2", "--seed", "1", "--out", m_a})
+            .code,
+        0);
+    QCOMPARE(
+        run({"generate", "--seconds", "10", "--rate", "5", "--devices", "2", "--seed", "2", "--out", m_b})
+            .code,
+        0);
+}
+
+void tst_VexoLogDb::importListExportDelete()
+{
+    const QString db = m_dir.filePath("one/data.sqlite");
+    const QString junk = m_dir.filePath("junk.dat");
+    QFile(junk).open(QIODevice::WriteOnly);
+    Result r = run({"db", "import", "--db", db, "--model", "Extra 300", "--folder", "2024/05/17", m_a, junk,
+                    m_b, m_dir.filePath("missing.log")});
+    QCOMPARE(r.code, 1);
+    QVERIFY2(r.out.contains(QStringLiteral("[1/4] %1: stored as log 1").arg(m_a)), qPrintable(r.out));
+    QVERIFY(r.out.contains(QStringLiteral("[2/4] %1: failed: ").arg(junk)));
+    QVERIFY(r.out.contains(QStringLiteral("[3/4] %1: stored as log 2").arg(m_b)));
+    QVERIFY(r.out.contains("imported 2, failed 2"));
+    QVERIFY(r.err.contains(junk) && r.err.contains("unknown log format"));
+    QVERIFY(r.err.contains("missing.log: no such file"));
+
+    // The model exists once; a second import finds it ignoring case and reuses the folders.
+    r = run({"db", "import", "--db", db, "--model", "extra 300", "--folder", "2024/05/17", m_b});
+    QCOMPARE(r.code, 0);
+    r = run({"db", "list", "--db", db});
+    QCOMPARE(r.code, 0);
+    QCOMPARE(r.out.count("model "), 1);
+    QVERIFY2(r.out.contains("Extra 300  (3 folders, 3 logs)"), qPrintable(r.out));
+    QVERIFY(r.out.contains(QRegularExpression(R"(\n      17/  \(folder \d+, 0 folders, 3 logs\)\n)")));
+    QVERIFY(
+        r.out.contains(QRegularExpression(R"(log 1  a\.log  \d{4}\.\d\d\.\d\d \d\d:\d\d  0:00:19\.\d{3})")));
+
+    // Export gives back exactly what the writer produced for the file.
+    const QString converted = m_dir.filePath("converted.log");
+    QCOMPARE(run({"convert", m_a, converted}).code, 0);
+    const QString out = m_dir.filePath("out.log");
+    r = run({"db", "export", "--db", db, "--log", "1", out});
+    QCOMPARE(r.code, 0);
+    QCOMPARE(readAll(out), readAll(converted));
+    r = run({"db", "export", "--db", db, "--log", "99", m_dir.filePath("none.log")});
+    QCOMPARE(r.code, 1);
+    QVERIFY(r.err.contains("doesn't exist"));
+    QVERIFY(!QFile::exists(m_dir.filePath("none.log")));
+
+    r = run({"db", "delete-model", "--db", db, "--model", "Yak"});
+    QCOMPARE(r.code, 1);
+    QVERIFY(r.err.contains("no model named \"Yak\""));
+    r = run({"db", "delete-model", "--db", db, "--model", "Extra 300"});
+    QCOMPARE(r.code, 0);
+    QVERIFY(r.out.contains("with 3 folders and 3 logs"));
+    r = run({"db", "list", "--db", db});
+    QVERIFY(r.out.contains(": 0 models"));
+}
+
+void tst_VexoLogDb::badUsage_data()
+{
+    QTest::addColumn<QStringList>("args");
+    QTest::newRow("no db command") << QStringList{"db"};
+    QTest::newRow("unknown db command") << QStringList{"db", "vacuum"};
+    QTest::newRow("import without model") << QStringList{"db", "import", "x.log"};
+    QTest::newRow("import without files") << QStringList{"db", "import", "--model", "M"};
+    QTest::newRow("export without id") << QStringList{"db", "export", "out.log"};
+    QTest::newRow("export with a bad id") << QStringList{"db", "export", "--log", "one", "out.log"};
+    QTest::newRow("option without value") << QStringList{"db", "list", "--db"};
+    QTest::newRow("unknown option") << QStringList{"db", "list", "--force"};
+}
+
+void tst_VexoLogDb::badUsage()
+{
+    QFETCH(QStringList, args);
+    const Result r = run(args);
+    QCOMPARE(r.code, 2);
+    QVERIFY(r.err.contains("usage: vexo-log db"));
+}
+
+void tst_VexoLogDb::unusableDatabaseIsLeftAlone()
+{
+    const QString notDb = m_dir.filePath("notes.sqlite");
+    QFile f(notDb);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write(QByteArray("my notes\n").repeated(100));
+    f.close();
+    for (const QStringList &args : {QStringList{"db", "list", "--db", notDb},
+                                    QStringList{"db", "import", "--db", notDb, "--model", "M", m_a}}) {
+        const Result r = run(args);
+        QCOMPARE(r.code, 1);
+        QVERIFY2(r.err.contains(notDb) && r.err.contains("not a database"), qPrintable(r.err));
+        QCOMPARE(readAll(notDb), QByteArray("my notes\n").repeated(100));
+    }
+    // Only import creates a database.
+    const QString missing = m_dir.filePath("nothing/data.sqlite");
+    const Result r = run({"db", "list", "--db", missing});
+    QCOMPARE(r.code, 1);
+    QVERIFY(r.err.contains("no database there"));
+    QVERIFY(!QFileInfo::exists(m_dir.filePath("nothing")));
+}
+
+void tst_VexoLogDb::defaultIsTheStudiosDataFolder()
+{
+    QTemporaryDir home;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("XDG_DATA_HOME", home.path());
+    const Result r = run({"db", "import", "--model", "M", m_b}, env);
+    QCOMPARE(r.code, 0);
+    QVERIFY(QFile::exists(home.filePath("Vexo/Vexo Studio/data.sqlite")));
+    QCOMPARE(run({"db", "list"}, env).code, 0);
+    // --db may also name the folder.
+    QVERIFY(run({"db", "list", "--db", home.filePath("Vexo/Vexo Studio")}, env)
+                .out.contains("M  (0 folders, 1 logs)"));
+}
+
+QTEST_GUILESS_MAIN(tst_VexoLogDb)
+#include "tst_VexoLogDb.moc"
