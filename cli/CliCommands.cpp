@@ -2,6 +2,7 @@
 
 #include "cli/DbCommands.h"
 #include "cli/JsonDump.h"
+#include "cli/KmlCommand.h"
 #include "cli/LiveCommands.h"
 #include "telemetry/LogFileWriter.h"
 #include "telemetry/LogGenerator.h"
@@ -30,7 +31,9 @@ const char kUsage[] =
     "  devices --port PORT [--seconds N]\n"
     "                         list the devices found on the bus\n"
     "  db import|list|export|delete-model [--db PATH] ...\n"
-    "                         the studio's models, folders and logs (vexo-log db --help)\n";
+    "                         the studio's models, folders and logs (vexo-log db --help)\n"
+    "  kml FILE --lat D:P --lon D:P [--alt D:P] OUT\n"
+    "                         the GPS track of FILE as KML (D:P: device id and param number)\n";
 
 struct Context
 {
@@ -220,6 +223,7 @@ int CliCommands::run(const QStringList &arguments, std::FILE *out, std::FILE *er
         {QStringLiteral("devices"),
          [](const Context &c) { return LiveCommands::devices(c.args, c.out, c.err); }},
         {QStringLiteral("db"), [](const Context &c) { return DbCommands::run(c.args, c.out, c.err); }},
+        {QStringLiteral("kml"), [](const Context &c) { return KmlCommand::run(c.args, c.out, c.err); }},
     };
     Context c{arguments.mid(1), out, err};
     const auto it = commands.find(arguments.at(0));

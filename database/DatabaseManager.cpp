@@ -207,14 +207,18 @@ bool DatabaseManager::initialise()
         return true;
     if (m_logger)
         m_logger->write(QLatin1String(kSystem), QStringLiteral("Database reinitialization"));
+    // One transaction for all the creates: one sync to disk instead of seven, and no half-made schema.
+    if (!beginTransaction())
+        return false;
     for (const char *statement : kCreateStatements) {
         if (!execSimple(QString::fromLatin1(statement))) {
             if (m_logger)
                 m_logger->write(QLatin1String(kSystem), m_lastError);
+            rollbackTransaction();
             return false;
         }
     }
-    return true;
+    return commitTransaction();
 }
 
 bool DatabaseManager::hasColumn(const QString &table, const QString &column, bool *ok)

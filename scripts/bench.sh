@@ -14,3 +14,4 @@ fi
 "$here/build-release/bench/bench_native_log" "$log"
 QT_LOGGING_RULES="*.debug=false" "$here/build-release/bench/bench_link" 10
 "$here/build-release/bench/bench_database" "$log"
+QT_LOGGING_RULES="*.debug=false" "$here/build-release/bench/bench_studio" "$here/samples/sample-flight.log" "$log"

@@ -8,6 +8,7 @@ void registerTelemetryMetaTypes()
     static const bool done = [] {
         qRegisterMetaType<TelemetryValue>("TelemetryValue");
         qRegisterMetaType<TelemetryVar>("TelemetryVar");
+        qRegisterMetaType<const TelemetryVar *>("const TelemetryVar*");
         qRegisterMetaType<TelemetrySensor>("TelemetrySensor");
         qRegisterMetaType<SensorVector>("SensorVector");
         qRegisterMetaType<const QVector<TelemetrySensor> *>("const QVector<TelemetrySensor>*");

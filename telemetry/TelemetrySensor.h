@@ -19,7 +19,7 @@ public:
     void setName(const QString &name) { m_name = name; }
     // "Unnamed sensor" for a device that never told its name.
     QString displayName() const;
-    // "ID: [low:high]" as shown in the sensor lists.
+    // "ID: [low:high]" as shown in the sensor lists, each half as five digits: "ID: [00017:00300]".
     QString idText() const;
 
     const QVector<TelemetryVar> &vars() const { return m_vars; }

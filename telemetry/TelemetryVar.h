@@ -65,3 +65,4 @@ private:
     QVector<TelemetryValue> m_values;
 };
 Q_DECLARE_METATYPE(TelemetryVar)
+Q_DECLARE_METATYPE(const TelemetryVar *)

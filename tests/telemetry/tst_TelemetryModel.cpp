@@ -213,7 +213,7 @@ void tst_TelemetryModel::deviceTexts()
 {
     const TelemetrySensor unnamed((65535u << 16) | 2u, QString());
     QCOMPARE(unnamed.displayName(), QStringLiteral("Unnamed sensor"));
-    QCOMPARE(unnamed.idText(), QStringLiteral("ID: [2:65535]"));
+    QCOMPARE(unnamed.idText(), QStringLiteral("ID: [00002:65535]"));
     QCOMPARE(TelemetrySimplePair(7, 3).toJsonText(), QStringLiteral("{\"Sensor\":7,\"Param\":3}"));
     TelemetryMessage alarm;
     alarm.alarm = 'T';

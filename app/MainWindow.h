@@ -1,0 +1,111 @@
+#pragma once
+
+#include "link/Device.h"
+#include "link/Vector.h"
+
+#include <QMainWindow>
+#include <QPointer>
+
+#include <memory>
+
+class AppSettings;
+class DatabaseManager;
+class LogLoadTask;
+class Logger;
+class ModelLibrary;
+class PlaybackBar;
+class QLabel;
+class QProcess;
+class QProgressDialog;
+class RecordingController;
+class SensorTableBridge;
+class SerialLink;
+class TelemetryData;
+class TelemetryDataPackage;
+class TelemetryDecoder;
+class WidgetManager;
+class WindowHub;
+
+// The one main window. It owns the long-lived parts (serial link, store, decoder, database, window
+// container), carries the menus and tool bars, and turns failures into message boxes. The work itself
+// lives in the parts.
+class MainWindow : public QMainWindow
+{
+    Q_OBJECT
+public:
+    MainWindow(AppSettings *settings, Logger *logger, QWidget *parent = nullptr);
+    ~MainWindow() override;
+
+    TelemetryData *store() const { return m_store; }
+    WidgetManager *windowManager() const { return m_manager; }
+    // Applies the default layout; false (after the layout error box) when it cannot be read.
+    bool applyDefaultLayout();
+    // The active model's layout, or the default one when there is none.
+    void restoreSession();
+    // Starts opening a log off the interface thread; the result arrives through logLoaded().
+    void openLog(const QString &path);
+    bool isLoadingLog() const;
+
+public slots:
+    void readResponse(const QByteArray &data);
+    void serialStatusChanged(bool open);
+    void serialPercentageChanged(int value);
+    void serialErrorHandler();
+    void deviceAdded(const Vector<Device> *devices);
+    void playTimerTick();
+
+signals:
+    // A log finished loading (ok) or failed/was cancelled.
+    void logLoaded(bool ok);
+    void logStoredInDatabase(int logId);
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
+    void dragEnterEvent(QDragEnterEvent *event) override;
+    void dropEvent(QDropEvent *event) override;
+
+private:
+    void registerWindows();
+    void activateModel(int modelId);
+    void createActions();
+    void createStatusBar();
+    void connectSerial();
+    void applySavedPort();
+    void openLogDialog();
+    void closeLog();
+    void exportLog();
+    void logFinished(bool ok, const TelemetryDataPackage &package, const QString &error, const QString &path);
+    void saveLayoutToFile();
+    void importLayoutFromFile();
+    void showConfiguration();
+    void openHelpFile(const QString &file, const char *missingMessage);
+    void startEmulator();
+    void checkForUpdates();
+    void showAbout();
+    void resetToolbars();
+    bool saveSession(QString *error);
+    QString programFolder() const;
+
+    AppSettings *m_settings;
+    Logger *m_logger;
+    DatabaseManager *m_database = nullptr;
+    ModelLibrary *m_library = nullptr;
+    SensorTableBridge *m_sensorBridge = nullptr;
+    TelemetryData *m_store = nullptr;
+    TelemetryDecoder *m_decoder = nullptr;
+    SerialLink *m_link = nullptr;
+    WindowHub *m_hub = nullptr;
+    WidgetManager *m_manager = nullptr;
+    RecordingController *m_recording = nullptr;
+    PlaybackBar *m_playback = nullptr;
+    QToolBar *m_recordBar = nullptr;
+    LogLoadTask *m_loader = nullptr;
+    QPointer<QProgressDialog> m_progress;
+    QLabel *m_serialIcon = nullptr;
+    QLabel *m_serialText = nullptr;
+    QProcess *m_emulator = nullptr;
+    QByteArray m_defaultState;
+    int m_activeModel = -1;
+    bool m_closing = false;
+    bool m_switchingModel = false;
+};

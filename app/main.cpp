@@ -1,0 +1,90 @@
+#include "app/AppSettings.h"
+#include "app/MainWindow.h"
+#include "app/StartupOptions.h"
+#include "database/Logger.h"
+#include "telemetry/TelemetryMetaTypes.h"
+
+#include <QApplication>
+
+#include <cstdio>
+#include <QDebug>
+#include <QDir>
+#include <QFile>
+#include <QLocale>
+#include <QLoggingCategory>
+#include <QMessageBox>
+#include <QTimer>
+#include <QTranslator>
+
+int main(int argc, char *argv[])
+{
+    QStringList arguments;
+    for (int i = 1; i < argc; ++i)
+        arguments << QString::fromLocal8Bit(argv[i]);
+    StartupOptions::applyOpenGl(StartupOptions::openGlChoice(arguments));
+    StartupOptions::disableFaultDialog();
+
+    QApplication app(argc, argv);
+    QApplication::setOrganizationName(QStringLiteral("Vexo"));
+    QApplication::setApplicationName(QStringLiteral("Vexo Studio"));
+    QApplication::setApplicationVersion(QString::fromLatin1(AppSettings::kVersion));
+    Q_INIT_RESOURCE(resources);
+    registerTelemetryMetaTypes();
+
+    QTranslator translator;
+    if (translator.load(QStringLiteral(":/Translations/VexoStudio_") + QLocale::system().name()))
+        app.installTranslator(&translator);
+    else
+        qDebug() << "Error loading language";
+
+    Logger logger(QDir(AppSettings::dataFolder()).filePath(QStringLiteral("Application.log")));
+    logger.open();
+    QLoggingCategory::setFilterRules(QStringLiteral("qt.network.ssl.warning=false"));
+
+    QFile style(QStringLiteral(":/Data/Resources/Style.css"));
+    if (style.open(QIODevice::ReadOnly))
+        app.setStyleSheet(QString::fromUtf8(style.readAll()));
+
+    AppSettings settings;
+    settings.load(QDir(AppSettings::dataFolder()).filePath(AppSettings::fileName()));
+    int result = 0;
+    {
+        MainWindow window(&settings, &logger);
+        const QString log = StartupOptions::firstLogArgument(arguments, QCoreApplication::applicationDirPath());
+        // "--screenshot PATH": save a picture of the window once it shows the log, then quit (for a
+        // machine without a display, and for the documentation).
+        const int shotArg = arguments.indexOf(QStringLiteral("--screenshot"));
+        const QString shotPath = shotArg >= 0 ? arguments.value(shotArg + 1) : QString();
+        if (!shotPath.isEmpty()) {
+            const auto takeShot = [&window, shotPath] {
+                QTimer::singleShot(800, &window, [&window, shotPath] {
+                    const bool saved = window.grab().save(shotPath, "PNG");
+                    std::fprintf(saved ? stdout : stderr, "%s %s\n", saved ? "Screenshot saved to" : "Could not save",
+                                 qPrintable(shotPath));
+                    QCoreApplication::exit(saved ? 0 : 1);
+                });
+            };
+            if (log.isEmpty())
+                takeShot();
+            else
+                QObject::connect(&window, &MainWindow::logLoaded, &window, takeShot);
+        }
+        if (settings.isLoaded())
+            window.restoreSession();
+        if (!log.isEmpty())
+            window.openLog(log);
+        window.show();
+        if (!settings.isLoaded()) {
+            // Nobody can answer a box on a machine without a display: the screenshot run says it instead.
+            if (shotPath.isEmpty())
+                QMessageBox::warning(&window, QObject::tr("Error"),
+                                     QObject::tr("<b>Configuration not loaded</b><br><br>Reinitializing..."));
+            else
+                std::fprintf(stderr, "Configuration not loaded: reinitializing\n");
+            window.applyDefaultLayout();
+        }
+        result = app.exec();
+    }
+    logger.close();
+    return result;
+}

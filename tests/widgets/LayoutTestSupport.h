@@ -1,0 +1,93 @@
+#pragma once
+
+#include "telemetry/TelemetryData.h"
+#include "widgets/LayoutJsonReader.h"
+#include "widgets/LayoutJsonValue.h"
+#include "widgets/WidgetContainer.h"
+#include "widgets/WidgetManager.h"
+#include "widgets/WindowHub.h"
+
+#include <QCoreApplication>
+#include <QEvent>
+#include <QList>
+
+#include <memory>
+
+// What the window tests share: a manager with hub and store, message boxes captured instead of shown,
+// and a few ways to look at the window tree.
+struct LayoutFixture
+{
+    struct Message
+    {
+        QMessageBox::Icon icon;
+        QString title;
+        QString text;
+    };
+
+    explicit LayoutFixture(DatabaseManager *database = nullptr)
+        : hub(std::make_unique<WindowHub>()), store(std::make_unique<TelemetryData>()),
+          manager(std::make_unique<WidgetManager>(hub.get(), store.get(), database))
+    {
+        manager->setMessageHandler([this](QWidget *, QMessageBox::Icon icon, const QString &title,
+                                          const QString &text, QMessageBox::StandardButtons) {
+            messages.append({icon, title, text});
+            return answer;
+        });
+    }
+    ~LayoutFixture()
+    {
+        manager.reset();
+        flush();
+    }
+
+    WidgetContainer *root() const { return manager->mainContainer(); }
+
+    bool load(const QByteArray &json)
+    {
+        QString error;
+        const bool ok = manager->loadLayout(json, &error);
+        lastError = error;
+        flush();
+        return ok;
+    }
+
+    // Runs the deferred deletions of removed containers and windows.
+    static void flush() { QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); }
+
+    std::unique_ptr<WindowHub> hub;
+    std::unique_ptr<TelemetryData> store;
+    std::unique_ptr<WidgetManager> manager;
+    QList<Message> messages;
+    QMessageBox::StandardButton answer = QMessageBox::Yes;
+    QString lastError;
+};
+
+inline QList<WidgetContainer *> leavesOf(WidgetContainer *container)
+{
+    if (container->isLeaf())
+        return {container};
+    QList<WidgetContainer *> leaves;
+    for (WidgetContainer *child : container->childContainers())
+        leaves += leavesOf(child);
+    return leaves;
+}
+
+inline LayoutJsonValue parsed(const QByteArray &json)
+{
+    LayoutJsonReader reader;
+    LayoutJsonValue value;
+    reader.parse(json, &value);
+    return value;
+}
+
+// One leaf container holding one window object.
+inline QByteArray leafJson(const QByteArray &window, int size = 100)
+{
+    return R"({"Type":"Container","Vertical":0,"Items":[)" + window + R"(],"Sizes":[)" +
+           QByteArray::number(size) + "]}";
+}
+
+inline QByteArray layoutJson(const QByteArray &mainContainer, const QByteArray &floating = "[]")
+{
+    return R"({"Main-Container":)" + mainContainer + R"(,"Container":)" + floating + "}";
+}

@@ -1,0 +1,488 @@
+#include "LayoutTestSupport.h"
+
+#include "database/DatabaseManager.h"
+#include "database/DefaultLayout.h"
+#include "database/ModelData.h"
+#include "widgets/WidgetPlaceholder.h"
+#include "widgets/WindowTypes.h"
+
+#include <QFile>
+#include <QMainWindow>
+#include <QTemporaryDir>
+#include <QtTest>
+
+namespace {
+// Every window type with settings of its own, spelt the way other writers spell them.
+const QByteArray kEveryType = layoutJson(
+    R"({"Type":"Container","Vertical":1,"Items":[)"
+    R"({"Type":"Container","Vertical":0,"Items":[)" +
+    leafJson(R"({"Type":"Graph","TimeWindow":60,"TimeFrom":0,"ShowMessages":0,"ShowGrid":1,"Theme":2,)"
+             R"("Sensors":[[16842753,3,"#ff0000",1,0,1,0,-1.5e2,250.75,0,1,)"
+             "\"H\u00f6he \\\"m\\\"\\u00b0\"]]}",
+             300) +
+    "," +
+    leafJson(R"({"Type":"Maps","Zoom":15,"Width":512,"Height":400,"posX":-12,"posY":40,"MapProvider":1,)"
+             R"("MapType":0,"Sensor-Lat":[5,1],"Sensor-Lon":[5,2],"Sensor-Valid":[0,0],"Sensor-Alti":[5,3],)"
+             R"("Sensor-Azim":[5,4],"RestrictRoute":1,"RestrictedTime":120,"CustomLineColor":1,)"
+             R"("Colors":["#00ff00",0,"#ffff00",50,"#ff0000",100]})",
+             301) +
+    R"(],"Sizes":[300,301]},)"
+    R"({"Type":"Container","Vertical":0,"Items":[)" +
+    leafJson(R"({"Type":"Dial","Sensor":16842753,"Param":2,"Props":[0,-1000,12000,1]})", 200) + "," +
+    leafJson(R"({"Type":"Values","DisplayLatest":0,"Sensors":[[16842753,1],[16842753,2]]})", 201) + "," +
+    leafJson(R"({"Type":"DataTable","Sensors":[[1,2]],"Period":100,"Smooth":true,"Valid":false})", 202) +
+    "," + leafJson(R"({"Type":"RSS"})", 203) + "," + leafJson(R"({"Type":"LXBusDevices"})", 204) + "," +
+    leafJson(R"({"Type":"Sensors"})", 205) + "," + leafJson(R"({"Type":"Models"})", 206) +
+    R"(],"Sizes":[200,201,202,203,204,205,206]}],"Sizes":[420,380]})");
+
+QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+bool writeFile(const QString &path, const QByteArray &data)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(data) == data.size();
+}
+
+QByteArray nested(int depth)
+{
+    QByteArray json = leafJson(R"({"Type":"Dial"})");
+    for (int i = 1; i < depth; ++i)
+        json = R"({"Type":"Container","Vertical":0,"Items":[)" + json + R"(],"Sizes":[10]})";
+    return json;
+}
+
+QByteArray withItems(int count, const QByteArray &item)
+{
+    QByteArray items;
+    for (int i = 0; i < count; ++i)
+        items += (i ? "," : "") + item;
+    return R"({"Type":"Container","Vertical":0,"Items":[)" + items + "]}";
+}
+} // namespace
+
+class tst_WidgetLayout : public QObject
+{
+    Q_OBJECT
+private slots:
+    void defaultLayoutBuildsItsLeaves();
+    void layoutRoundTripsByteForByte_data();
+    void layoutRoundTripsByteForByte();
+    void typesAreMatchedWithoutCase_data();
+    void typesAreMatchedWithoutCase();
+    void unknownItemsAreSkipped_data();
+    void unknownItemsAreSkipped();
+    void damagedLayoutKeepsTheCurrentOne_data();
+    void damagedLayoutKeepsTheCurrentOne();
+    void floatingWindowsAreSavedOnlyWhileVisible();
+    void layoutFileLeavesOutVariableBindings();
+    void layoutFileErrorsAreReported_data();
+    void layoutFileErrorsAreReported();
+    void modelLayoutIsLoadedAndSaved();
+    void modelLayoutFailuresFallBackToTheDefault_data();
+    void modelLayoutFailuresFallBackToTheDefault();
+    void savingASessionCanFail();
+};
+
+void tst_WidgetLayout::defaultLayoutBuildsItsLeaves()
+{
+    LayoutFixture f;
+    QVERIFY2(f.load(DefaultLayout::document()), qPrintable(f.lastError));
+    const QList<WidgetContainer *> leaves = leavesOf(f.root());
+    QStringList types;
+    QStringList titles;
+    for (WidgetContainer *leaf : leaves) {
+        types << WindowTypes::key(leaf->windowType());
+        titles << leaf->title();
+        QVERIFY(leaf->isTitleBarVisible());
+        QVERIFY(leaf->dataWindow());
+    }
+    QCOMPARE(types, QStringList({"Sensors", "Models", "LXBusDevices", "Graph", "Dial", "Values"}));
+    QCOMPARE(titles, QStringList({"Available telemetry", "Model selection", "Device Explorer", "Chart",
+                                  "Dial", "Actual values"}));
+    QCOMPARE(f.manager->widgets().size(), 6);
+    QVERIFY(!f.root()->isTitleBarVisible());
+    QCOMPARE(f.root()->orientation(), Qt::Horizontal);
+    QCOMPARE(f.root()->childContainers().at(0)->orientation(), Qt::Vertical);
+
+    // The graph keeps messages and grid on, the values window shows the latest values.
+    auto *graph = qobject_cast<WidgetPlaceholder *>(leaves.at(3)->dataWindow());
+    auto *values = qobject_cast<WidgetPlaceholder *>(leaves.at(5)->dataWindow());
+    QVERIFY(graph && values);
+    QCOMPARE(graph->objectText(), QByteArray(R"({"Type":"Graph","ShowMessages":1,"ShowGrid":1})"));
+    QCOMPARE(values->objectText(), QByteArray(R"({"Type":"Values","DisplayLatest":1})"));
+    QVERIFY(f.messages.isEmpty());
+}
+
+void tst_WidgetLayout::layoutRoundTripsByteForByte_data()
+{
+    QTest::addColumn<QByteArray>("layout");
+    QTest::newRow("default layout") << DefaultLayout::document();
+    QTest::newRow("every window type with its settings") << kEveryType;
+    QTest::newRow("keys before the type") << layoutJson(leafJson(R"({"ShowGrid":1,"Type":"Graph"})"));
+    QTest::newRow("an empty leaf") << layoutJson(
+        R"({"Type":"Container","Vertical":1,"Items":[],"Sizes":[]})");
+    QTest::newRow("deep vertical split") << layoutJson(nested(12));
+}
+
+void tst_WidgetLayout::layoutRoundTripsByteForByte()
+{
+    QFETCH(QByteArray, layout);
+    LayoutFixture f;
+    QVERIFY2(f.load(layout), qPrintable(f.lastError));
+    QCOMPARE(f.manager->saveLayout(), layout);
+    // And again over a tree that already holds windows.
+    QVERIFY(f.load(layout));
+    QCOMPARE(f.manager->saveLayout(), layout);
+}
+
+void tst_WidgetLayout::typesAreMatchedWithoutCase_data()
+{
+    QTest::addColumn<QByteArray>("containerType");
+    QTest::addColumn<QByteArray>("windowType");
+    QTest::newRow("lower case") << QByteArray("container") << QByteArray("dial");
+    QTest::newRow("upper case") << QByteArray("CONTAINER") << QByteArray("DIAL");
+    QTest::newRow("mixed case") << QByteArray("conTainer") << QByteArray("dIAl");
+}
+
+void tst_WidgetLayout::typesAreMatchedWithoutCase()
+{
+    QFETCH(QByteArray, containerType);
+    QFETCH(QByteArray, windowType);
+    const QByteArray window = R"({"Type":")" + windowType + R"(","Sensor":7})";
+    const QByteArray leaf = R"({"Type":")" + containerType + R"(","Vertical":0,"Items":[)" + window + "]}";
+    LayoutFixture f;
+    QVERIFY2(f.load(layoutJson(R"({"Type":")" + containerType + R"(","Vertical":1,"Items":[)" + leaf + "," +
+                               leaf + "]}")),
+             qPrintable(f.lastError));
+    const QList<WidgetContainer *> leaves = leavesOf(f.root());
+    QCOMPARE(leaves.size(), 2);
+    QCOMPARE(f.root()->orientation(), Qt::Vertical);
+    for (WidgetContainer *l : leaves) {
+        QCOMPARE(l->windowType(), int(WindowTypes::Dial));
+        QCOMPARE(l->title(), QStringLiteral("Dial"));
+    }
+    // Containers are written in the usual spelling; the window's own object is kept as it came.
+    const QByteArray saved = f.manager->saveLayout();
+    QVERIFY(saved.startsWith(
+        R"({"Main-Container":{"Type":"Container","Vertical":1,"Items":[{"Type":"Container")"));
+    QVERIFY(saved.contains(window));
+}
+
+void tst_WidgetLayout::unknownItemsAreSkipped_data()
+{
+    QTest::addColumn<QByteArray>("items");
+    QTest::addColumn<QByteArray>("sizes");
+    QTest::addColumn<QByteArray>("expected");
+    QTest::newRow("unknown type before") << QByteArray(R"({"Type":"Foo"},{"Type":"Graph"})")
+                                         << QByteArray("[10,20]") << leafJson(R"({"Type":"Graph"})", 10);
+    QTest::newRow("unknown type after") << QByteArray(R"({"Type":"Graph"},{"Type":"Foo","Container":1})")
+                                        << QByteArray("[10,20]") << leafJson(R"({"Type":"Graph"})", 10);
+    QTest::newRow("no type, no object, odd type")
+        << QByteArray(R"(42,{"NoType":1},[1],{"Type":7},null,{"Type":"Graph"})")
+        << QByteArray("[1,2,3,4,5,6]") << leafJson(R"({"Type":"Graph"})", 1);
+    QTest::newRow("unknown beside containers")
+        << (leafJson(R"({"Type":"Dial"})", 5) + R"(,{"Type":"Foo"},)" + leafJson(R"({"Type":"RSS"})", 6))
+        << QByteArray("[5,0,6]")
+        << (R"({"Type":"Container","Vertical":0,"Items":[)" + leafJson(R"({"Type":"Dial"})", 5) + "," +
+            leafJson(R"({"Type":"RSS"})", 6) + R"(],"Sizes":[5,0]})");
+}
+
+void tst_WidgetLayout::unknownItemsAreSkipped()
+{
+    QFETCH(QByteArray, items);
+    QFETCH(QByteArray, sizes);
+    QFETCH(QByteArray, expected);
+    LayoutFixture f;
+    QVERIFY2(f.load(layoutJson(R"({"Type":"Container","Vertical":0,"Items":[)" + items + R"(],"Sizes":)" +
+                               sizes + "}")),
+             qPrintable(f.lastError));
+    QCOMPARE(f.manager->saveLayout(), layoutJson(expected));
+}
+
+void tst_WidgetLayout::damagedLayoutKeepsTheCurrentOne_data()
+{
+    QTest::addColumn<QByteArray>("layout");
+    const QByteArray dial = leafJson(R"({"Type":"Dial"})");
+    QTest::newRow("not JSON") << QByteArray("Main-Container");
+    QTest::newRow("truncated") << DefaultLayout::document().left(300);
+    QTest::newRow("a list") << QByteArray("[]");
+    QTest::newRow("no main container") << QByteArray(R"({"Container":[]})");
+    QTest::newRow("main container is a window") << layoutJson(R"({"Type":"Graph"})");
+    QTest::newRow("main container without type") << layoutJson(R"({"Vertical":0,"Items":[]})");
+    QTest::newRow("main container is a list") << layoutJson("[]");
+    QTest::newRow("items not a list") << layoutJson(R"({"Type":"Container","Items":{"Type":"Dial"}})");
+    QTest::newRow("sizes not a list") << layoutJson(R"({"Type":"Container","Items":[],"Sizes":5})");
+    QTest::newRow("size not a number") << layoutJson(R"({"Type":"Container","Items":[],"Sizes":["wide"]})");
+    QTest::newRow("negative size") << layoutJson(R"({"Type":"Container","Items":[],"Sizes":[-5]})");
+    QTest::newRow("absurd size") << layoutJson(R"({"Type":"Container","Items":[],"Sizes":[1e9]})");
+    QTest::newRow("damage deep inside")
+        << layoutJson(R"({"Type":"Container","Items":[)" + dial + R"(,{"Type":"Container","Items":[)" + dial +
+                      R"(,{"Type":"container","Items":"x"}]}]})");
+    QTest::newRow("floating windows not a list") << layoutJson(dial, "{}");
+    QTest::newRow("floating window without tree") << layoutJson(dial, R"([{"Width":10,"Height":10}])");
+    QTest::newRow("floating tree is a window") << layoutJson(dial, R"([{"Container-Data":{"Type":"Dial"}}])");
+    QTest::newRow("absurd floating width")
+        << layoutJson(dial, R"([{"Width":1e7,"Container-Data":)" + dial + "}]");
+    QTest::newRow("absurd floating position")
+        << layoutJson(dial, R"([{"X":-1e6,"Container-Data":)" + dial + "}]");
+    QTest::newRow("floating height as text")
+        << layoutJson(dial, R"([{"Height":"9","Container-Data":)" + dial + "}]");
+    QTest::newRow("containers nested too deep") << layoutJson(nested(33));
+    QTest::newRow("too many items") << layoutJson(withItems(65, dial));
+    QTest::newRow("too many sizes") << layoutJson(R"({"Type":"Container","Items":[],"Sizes":[)" +
+                                                  QByteArray("1,").repeated(64) + "1]}");
+    QTest::newRow("too many containers") << layoutJson(withItems(64, withItems(32, dial)));
+    QByteArray floating;
+    for (int i = 0; i < 33; ++i)
+        floating += QByteArray(i ? "," : "") + R"({"Container-Data":)" + dial + "}";
+    QTest::newRow("too many floating windows") << layoutJson(dial, "[" + floating + "]");
+    QTest::newRow("window settings nested too deep") << layoutJson(
+        leafJson(R"({"Type":"Graph","Sensors":)" + QByteArray(100, '[') + QByteArray(100, ']') + "}"));
+    QTest::newRow("too large") << layoutJson(
+        leafJson(R"({"Type":"Graph","Note":")" + QByteArray(5 * 1024 * 1024, 'x') + "\"}"));
+}
+
+void tst_WidgetLayout::damagedLayoutKeepsTheCurrentOne()
+{
+    QFETCH(QByteArray, layout);
+    LayoutFixture f;
+    QVERIFY(f.load(DefaultLayout::document()));
+    const QByteArray before = f.manager->saveLayout();
+    const QList<QWidget *> windows = f.manager->widgets();
+
+    QVERIFY(!f.load(layout));
+    QVERIFY(!f.lastError.isEmpty());
+    QCOMPARE(f.manager->saveLayout(), before);
+    QCOMPARE(f.manager->widgets(), windows);
+    QVERIFY(f.manager->dataWindows().isEmpty());
+
+    // Through the user's import the reason reaches the layout error box.
+    QTemporaryDir dir;
+    const QString path = dir.filePath("damaged.jsn");
+    QVERIFY(writeFile(path, layout));
+    QVERIFY(!f.manager->importLayoutFile(path, nullptr));
+    QCOMPARE(f.messages.size(), 1);
+    QCOMPARE(f.messages.at(0).title, QStringLiteral("Layout error"));
+    QVERIFY(f.messages.at(0).text.startsWith("<b>Unable to import layout file:</b><ul><li>"));
+    QVERIFY(f.messages.at(0).text.endsWith("</li></ul>"));
+    QCOMPARE(f.manager->saveLayout(), before);
+}
+
+void tst_WidgetLayout::floatingWindowsAreSavedOnlyWhileVisible()
+{
+    LayoutFixture f;
+    const QByteArray dial = leafJson(R"({"Type":"Dial","Sensor":3})");
+    QVERIFY2(
+        f.load(layoutJson(leafJson(R"({"Type":"Graph"})"),
+                          R"([{"Width":400,"Height":300,"X":50,"Y":60,"Container-Data":)" + dial + "}]")),
+        qPrintable(f.lastError));
+    const QList<QMainWindow *> windows = f.manager->dataWindows();
+    QCOMPARE(windows.size(), 1);
+    QMainWindow *window = windows.at(0);
+    QCOMPARE(window->objectName(), QStringLiteral("DataWindow"));
+    QCOMPARE(window->windowTitle(), QStringLiteral("Vexo Studio: Data Window"));
+    QVERIFY(window->isVisible());
+    QCOMPARE(f.manager->widgets().size(), 2);
+
+    const LayoutJsonValue saved = parsed(f.manager->saveLayout());
+    const LayoutJsonValue &entry = saved.value("Container").at(0);
+    QCOMPARE(saved.value("Container").size(), 1);
+    QCOMPARE(entry.keyAt(0), QStringLiteral("Width"));
+    QCOMPARE(entry.keyAt(4), QStringLiteral("Container-Data"));
+    QCOMPARE(entry.value("Width").toInt(), 400);
+    QCOMPARE(entry.value("Height").toInt(), 300);
+    QCOMPARE(entry.value("Container-Data").value("Items").at(0).text(),
+             QByteArray(R"({"Type":"Dial","Sensor":3})"));
+
+    window->hide();
+    QCOMPARE(parsed(f.manager->saveLayout()).value("Container").size(), 0);
+
+    // A new layout replaces the floating windows too.
+    window->show();
+    QVERIFY(f.load(DefaultLayout::document()));
+    QVERIFY(f.manager->dataWindows().isEmpty());
+    QCOMPARE(f.manager->widgets().size(), 6);
+}
+
+void tst_WidgetLayout::layoutFileLeavesOutVariableBindings()
+{
+    LayoutFixture f;
+    QVERIFY(f.load(kEveryType));
+    QTemporaryDir dir;
+    const QString path = dir.filePath("layout.jsn");
+    QVERIFY(f.manager->exportLayoutFile(path, nullptr));
+    const QByteArray file = readFile(path);
+    QCOMPARE(file, f.manager->saveLayout(SerializableWidget::kForFile));
+
+    const QList<WidgetContainer *> leaves = leavesOf(f.root());
+    QCOMPARE(leaves.size(), 9);
+    const LayoutJsonValue saved = parsed(file);
+    QList<QByteArray> objects;
+    const auto collect = [&objects](const LayoutJsonValue &container, const auto &self) -> void {
+        const LayoutJsonValue &items = container.value("Items");
+        for (int i = 0; i < items.size(); ++i) {
+            if (items.at(i).value("Type").toString() == QLatin1String("Container"))
+                self(items.at(i), self);
+            else
+                objects << items.at(i).text();
+        }
+    };
+    collect(saved.value("Main-Container"), collect);
+    QCOMPARE(objects.size(), 9);
+    // The graph keeps its variables; the map, dial, values window and data table lose their bindings.
+    QVERIFY(objects.at(0).contains(R"("Sensors":[[16842753,3,)"));
+    QCOMPARE(objects.at(1),
+             QByteArray(R"({"Type":"Maps","Zoom":15,"Width":512,"Height":400,"posX":-12,"posY":40,)"
+                        R"("MapProvider":1,"MapType":0})"));
+    QCOMPARE(objects.at(2), QByteArray(R"({"Type":"Dial"})"));
+    QCOMPARE(objects.at(3), QByteArray(R"({"Type":"Values","DisplayLatest":0})"));
+    QCOMPARE(objects.at(4), QByteArray(R"({"Type":"DataTable"})"));
+
+    // The file loads back as it was written.
+    QVERIFY(f.manager->importLayoutFile(path, nullptr));
+    QCOMPARE(f.manager->saveLayout(), file);
+    QVERIFY(f.messages.isEmpty());
+}
+
+void tst_WidgetLayout::layoutFileErrorsAreReported_data()
+{
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<bool>("exporting");
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<QString>("prefix");
+    const QString import = QStringLiteral("<b>Unable to import layout file:</b><ul><li>");
+    QTest::newRow("missing file") << "missing.jsn" << QByteArray() << false << "Layout error" << import;
+    QTest::newRow("a folder") << "folder" << QByteArray() << false << "Layout error" << import;
+    QTest::newRow("damaged file") << "damaged.jsn" << QByteArray(R"({"Main-Container":)") << false
+                                  << "Layout error" << import;
+    QTest::newRow("oversize file") << "huge.jsn" << QByteArray(5 * 1024 * 1024, ' ') << false
+                                   << "Layout error" << import;
+    QTest::newRow("export into a missing folder")
+        << "no/such/folder/layout.jsn" << QByteArray() << true << "Error"
+        << "<b>Unable to save layout file:</b><ul><li>";
+    QTest::newRow("export over a folder") << "folder" << QByteArray() << true << "Error"
+                                          << "<b>Unable to save layout file:</b><ul><li>";
+}
+
+void tst_WidgetLayout::layoutFileErrorsAreReported()
+{
+    QFETCH(QString, file);
+    QFETCH(QByteArray, content);
+    QFETCH(bool, exporting);
+    QFETCH(QString, title);
+    QFETCH(QString, prefix);
+    QTemporaryDir dir;
+    QVERIFY(QDir(dir.path()).mkdir("folder"));
+    const QString path = dir.filePath(file);
+    if (!content.isEmpty())
+        QVERIFY(writeFile(path, content));
+
+    LayoutFixture f;
+    QVERIFY(f.load(DefaultLayout::document()));
+    const QByteArray before = f.manager->saveLayout();
+    const bool ok =
+        exporting ? f.manager->exportLayoutFile(path, nullptr) : f.manager->importLayoutFile(path, nullptr);
+    QVERIFY(!ok);
+    QCOMPARE(f.messages.size(), 1);
+    QCOMPARE(f.messages.at(0).title, title);
+    QCOMPARE(f.messages.at(0).icon, QMessageBox::Critical);
+    QVERIFY2(f.messages.at(0).text.startsWith(prefix), qPrintable(f.messages.at(0).text));
+    QCOMPARE(f.manager->saveLayout(), before);
+    if (!content.isEmpty())
+        QCOMPARE(readFile(path), content);
+}
+
+void tst_WidgetLayout::modelLayoutIsLoadedAndSaved()
+{
+    QTemporaryDir dir;
+    DatabaseManager db(dir.path());
+    QVERIFY(db.openAndInitialise());
+    ModelData model;
+    model.name = QStringLiteral("Glider");
+    model.description = QStringLiteral("two metres");
+    model.layout = layoutJson(leafJson(R"({"Type":"Dial","Sensor":9})"));
+    const int id = db.insertModel(model);
+    QVERIFY(id >= 0);
+    ModelData bare;
+    bare.name = QStringLiteral("Old model");
+    const int bareId = db.insertModel(bare);
+
+    LayoutFixture f(&db);
+    QVERIFY(f.manager->activateModel(id, nullptr));
+    QCOMPARE(f.manager->saveLayout(), model.layout);
+
+    // The user splits the window; closing stores the new arrangement and nothing else.
+    f.root()->addWindow(Qt::Vertical, WindowTypes::Graph);
+    QVERIFY(f.manager->saveSessionForModel(id, nullptr));
+    ModelData stored;
+    QVERIFY(db.model(id, &stored));
+    QCOMPARE(stored.layout, f.manager->saveLayout());
+    QCOMPARE(stored.name, model.name);
+    QCOMPARE(stored.description, model.description);
+    QCOMPARE(leavesOf(f.root()).size(), 2);
+
+    // A model stored without a layout starts with the default one, without complaint.
+    QVERIFY(f.manager->activateModel(bareId, nullptr));
+    QCOMPARE(f.manager->saveLayout(), DefaultLayout::document());
+    QVERIFY(f.manager->saveSessionForModel(-1, nullptr));
+    QVERIFY(f.messages.isEmpty());
+}
+
+void tst_WidgetLayout::modelLayoutFailuresFallBackToTheDefault_data()
+{
+    QTest::addColumn<QByteArray>("layout");
+    QTest::addColumn<bool>("missingModel");
+    QTest::newRow("damaged layout") << QByteArray(R"({"Main-Container":{"Type":"Dial"}})") << false;
+    QTest::newRow("not a layout") << QByteArray("\x78\x9c\x01\x02", 4) << false;
+    QTest::newRow("no such model") << QByteArray() << true;
+}
+
+void tst_WidgetLayout::modelLayoutFailuresFallBackToTheDefault()
+{
+    QFETCH(QByteArray, layout);
+    QFETCH(bool, missingModel);
+    QTemporaryDir dir;
+    DatabaseManager db(dir.path());
+    QVERIFY(db.openAndInitialise());
+    ModelData model;
+    model.name = QStringLiteral("Heli");
+    model.layout = layout;
+    const int id = missingModel ? 4711 : db.insertModel(model);
+
+    LayoutFixture f(&db);
+    QVERIFY(f.load(layoutJson(leafJson(R"({"Type":"RSS"})"))));
+    QVERIFY(!f.manager->activateModel(id, nullptr));
+    LayoutFixture::flush();
+    QCOMPARE(f.messages.size(), 1);
+    QCOMPARE(f.messages.at(0).title, QStringLiteral("Layout error"));
+    QVERIFY(f.messages.at(0).text.startsWith("<b>Unable to load layout for model:</b><ul><li>"));
+    QVERIFY(f.messages.at(0).text.endsWith("</li></ul>Loading default layout now..."));
+    QCOMPARE(f.manager->saveLayout(), DefaultLayout::document());
+}
+
+void tst_WidgetLayout::savingASessionCanFail()
+{
+    QTemporaryDir dir;
+    DatabaseManager db(dir.path());
+    QVERIFY(db.openAndInitialise());
+    ModelData model;
+    model.name = QStringLiteral("Plane");
+    const int id = db.insertModel(model);
+    LayoutFixture f(&db);
+    QVERIFY(f.load(DefaultLayout::document()));
+    db.close();
+    QVERIFY(!f.manager->saveSessionForModel(id, nullptr));
+    QCOMPARE(f.messages.size(), 1);
+    QCOMPARE(f.messages.at(0).icon, QMessageBox::Critical);
+    QCOMPARE(f.messages.at(0).title, QStringLiteral("Error"));
+    QVERIFY(f.messages.at(0).text.startsWith("<b>Unable to save session for the current model:</b><ul><li>"));
+    QVERIFY(!f.messages.at(0).text.contains("<li></li>"));
+}
+
+QTEST_MAIN(tst_WidgetLayout)
+#include "tst_WidgetLayout.moc"

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <QtGlobal>
+
+class LayoutJsonReader;
+class LayoutJsonValue;
+class LayoutJsonWriter;
+
+// What every data window and every container implements beside its widget class: its part of a layout.
+class SerializableWidget
+{
+public:
+    // Values of the save flag.
+    static constexpr quint8 kForDatabase = 0; // a model's session, a named layout, copied properties
+    static constexpr quint8 kForFile = 1;     // "Save layout as": bindings to particular variables left out
+
+    virtual ~SerializableWidget() = default;
+    // Applies the window's own object from a layout; 0 on success.
+    virtual int load(const LayoutJsonValue &object) = 0;
+    // Writes the window's keys, "Type" first, into the writer's open object; returns 0. With kForFile
+    // a window leaves out what binds it to variables of one particular model.
+    virtual int save(LayoutJsonWriter &writer, quint8 flag) = 0;
+};

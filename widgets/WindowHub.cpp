@@ -1,0 +1,3 @@
+#include "widgets/WindowHub.h"
+
+WindowHub::WindowHub(QObject *parent) : QObject(parent) {}

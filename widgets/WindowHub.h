@@ -1,0 +1,50 @@
+#pragma once
+
+#include "link/Device.h"
+#include "link/Vector.h"
+#include "telemetry/TelemetrySensor.h"
+#include "telemetry/TelemetrySimplePair.h"
+#include "telemetry/TelemetryVar.h"
+
+#include <QObject>
+#include <QString>
+#include <QVector>
+
+#include <cstdint>
+
+// The switchboard between the main window and the data windows. The main window owns one hub and emits
+// the requests; WidgetManager connects every window it creates to the hub by the window's type, in both
+// directions, and the main window connects the window-side signals to its own slots.
+class WindowHub : public QObject
+{
+    Q_OBJECT
+public:
+    explicit WindowHub(QObject *parent = nullptr);
+
+signals:
+    // Main window to data windows.
+    void addSensorRequest(const TelemetryVar *variable);
+    void updateSensorsRequest(const QVector<TelemetrySensor> *sensors);
+    void valueAddedRequest(const QVector<TelemetrySensor> *sensors);
+    void setLogStatusRequest(bool logging);
+    void logFileLoadedRequest();
+    void mouseOverTimestampRequest(long timestamp, bool flag);
+    void deviceAddedRequest(const Vector<Device> *devices);
+
+    // Data windows to the main window, each named after the main window's slot it is meant for.
+    void focusUpdated();
+    void mouseOverTimestampMoved(long timestamp, bool flag);
+    void unitChanged(TelemetrySimplePair sensor, QString unit);
+    void removeTelemetryBeforeTimestamp(long timestamp);
+    void removeTelemetryAfterTimestamp(long timestamp);
+    void GPSExport();
+    void sensorsCleared();
+    void logStatusChanged(bool logging);
+    // Handled by WidgetManager itself: the active window receives the variable.
+    void addSensorToActiveWidget(const TelemetryVar *variable);
+    void sensorsReset();
+    void deviceActivated(uint32_t deviceId, int param);
+    void modelActivated(int modelId);
+    void modelFolderActivated(int modelId, int folderId);
+    void modelFolderDeleted(int, int, int);
+};
