@@ -7,12 +7,15 @@ SerialLink::SerialLink(QObject *parent) : QObject(parent), m_wrapper(new SerialP
     m_thread.setObjectName(QStringLiteral("serial"));
     m_wrapper->moveToThread(&m_thread);
     connect(&m_thread, &QThread::started, m_wrapper, &SerialPortWrapper::start);
-    connect(&m_thread, &QThread::finished, m_wrapper, &QObject::deleteLater);
 }
 
 SerialLink::~SerialLink()
 {
     stop();
+    // Kept until now, not deleted when the thread ends: its last error and device table are still
+    // asked for after the link has stopped.
+    if (!m_thread.isRunning())
+        delete m_wrapper;
 }
 
 void SerialLink::start()

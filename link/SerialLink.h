@@ -13,6 +13,7 @@ public:
     explicit SerialLink(QObject *parent = nullptr);
     ~SerialLink() override;
 
+    // Valid for the life of the link, also after stop().
     SerialPortWrapper *wrapper() { return m_wrapper; }
     void start();
     // Asks the thread to end and waits 5000 ms; then terminates it, and waits 1000 ms more.
