@@ -17,11 +17,14 @@
 #include "telemetry/LogFileWriter.h"
 #include "telemetry/TelemetryData.h"
 #include "widgets/DialogKMLExport.h"
+#include "widgets/WidgetDataTable.h"
+#include "widgets/WidgetGraph.h"
+#include "widgets/WidgetGraphExport.h"
 #include "widgets/WidgetLogSensors.h"
 #include "widgets/WidgetManager.h"
 #include "widgets/WidgetModel.h"
-#include "widgets/WindowTypes.h"
 #include "widgets/WindowHub.h"
+#include "widgets/WindowTypes.h"
 
 #include <QAction>
 #include <QApplication>
@@ -33,7 +36,6 @@
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QLabel>
-#include <QScreen>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QMimeData>
@@ -41,6 +43,7 @@
 #include <QProgressDialog>
 #include <QPushButton>
 #include <QSaveFile>
+#include <QScreen>
 #include <QStatusBar>
 #include <QTimer>
 #include <QToolBar>
@@ -80,7 +83,15 @@ MainWindow::MainWindow(AppSettings *settings, Logger *logger, QWidget *parent)
 
     registerWindows();
     connect(m_hub, &WindowHub::sensorsCleared, m_store, &TelemetryData::clearSensors);
-    connect(m_hub, &WindowHub::GPSExport, this, [this] { DialogKMLExport::exportTrack(m_store->sensors(), this); });
+    // The shared cursor: what one window reports under the mouse, every window shows.
+    connect(m_hub, &WindowHub::mouseOverTimestampMoved, m_hub, &WindowHub::mouseOverTimestampRequest);
+    connect(m_hub, &WindowHub::unitChanged, m_store, &TelemetryData::setUnit);
+    connect(m_hub, &WindowHub::removeTelemetryBeforeTimestamp, m_store,
+            [this](long t) { m_store->removeDataBeforeTimestamp(t); });
+    connect(m_hub, &WindowHub::removeTelemetryAfterTimestamp, m_store,
+            [this](long t) { m_store->removeDataAfterTimestamp(t); });
+    connect(m_hub, &WindowHub::GPSExport, this,
+            [this] { DialogKMLExport::exportTrack(m_store->sensors(), this); });
 
     m_recording = new RecordingController(m_store, m_decoder, m_library, this, this);
     m_activeModel = m_settings->number(QStringLiteral("Model-ID"));
@@ -94,8 +105,9 @@ MainWindow::MainWindow(AppSettings *settings, Logger *logger, QWidget *parent)
     m_defaultState = saveState();
     if (!restoreGeometry(m_settings->bytes(QStringLiteral("Win-Size")))) {
         // First start: most of the screen, so the seven windows of the default layout have room.
-        const QRect screen = QGuiApplication::primaryScreen() ? QGuiApplication::primaryScreen()->availableGeometry()
-                                                               : QRect(0, 0, 1600, 1000);
+        const QRect screen = QGuiApplication::primaryScreen()
+                                 ? QGuiApplication::primaryScreen()->availableGeometry()
+                                 : QRect(0, 0, 1600, 1000);
         resize(screen.size() * 0.85);
         move(screen.center() - rect().center());
     }
@@ -117,7 +129,24 @@ MainWindow::~MainWindow()
 // their type keys.
 void MainWindow::registerWindows()
 {
-    m_manager->registerType(WindowTypes::key(WindowTypes::Sensors), [](WidgetManager *) { return new WidgetLogSensors; });
+    m_manager->registerType(WindowTypes::key(WindowTypes::Sensors),
+                            [](WidgetManager *) { return new WidgetLogSensors; });
+    WidgetDataTable::registerWith(m_manager);
+    m_manager->registerType(WindowTypes::key(WindowTypes::Graph), [this](WidgetManager *m) {
+        auto *graph = new WidgetGraph(m->telemetry(), m_sensorBridge);
+        graph->setExportSettings(
+            [this] {
+                return WidgetGraphExport::Settings{m_settings->text(QStringLiteral("Bmp-Export-Path")),
+                                                   m_settings->number(QStringLiteral("Bmp-Export-Width")),
+                                                   m_settings->number(QStringLiteral("Bmp-Export-Height"))};
+            },
+            [this](const WidgetGraphExport::Settings &s) {
+                m_settings->setValue(QStringLiteral("Bmp-Export-Path"), s.path);
+                m_settings->setValue(QStringLiteral("Bmp-Export-Width"), s.width);
+                m_settings->setValue(QStringLiteral("Bmp-Export-Height"), s.height);
+            });
+        return graph;
+    });
     m_manager->registerType(WindowTypes::key(WindowTypes::Models), [this](WidgetManager *) {
         auto *models = new WidgetModel(m_database, m_library, m_store);
         models->selectModel(m_activeModel);
@@ -168,12 +197,14 @@ void MainWindow::applySavedPort()
 {
     const QString port = m_settings->text(QStringLiteral("Port"));
     if (!port.isEmpty() && SerialPlatform::portExists(port))
-        QMetaObject::invokeMethod(m_link->wrapper(), "setSerialPort", Qt::QueuedConnection, Q_ARG(QString, port));
+        QMetaObject::invokeMethod(m_link->wrapper(), "setSerialPort", Qt::QueuedConnection,
+                                  Q_ARG(QString, port));
     else
         QMetaObject::invokeMethod(m_link->wrapper(), "findDefaultSerialPort", Qt::QueuedConnection);
     const QString joystick = m_settings->text(QStringLiteral("Joy-GUID"));
     if (!joystick.isEmpty())
-        QMetaObject::invokeMethod(m_link->wrapper(), "setJoystick", Qt::QueuedConnection, Q_ARG(QString, joystick));
+        QMetaObject::invokeMethod(m_link->wrapper(), "setJoystick", Qt::QueuedConnection,
+                                  Q_ARG(QString, joystick));
 }
 
 void MainWindow::createActions()
@@ -205,7 +236,8 @@ void MainWindow::createActions()
     connect(exit, &QAction::triggered, this, &QWidget::close);
 
     QMenu *layout = menuBar()->addMenu(tr("Layout"));
-    QAction *resetBars = make(tr("Reset toolbars"), QKeySequence(), tr("Reset toolbars to the default state"));
+    QAction *resetBars =
+        make(tr("Reset toolbars"), QKeySequence(), tr("Reset toolbars to the default state"));
     QAction *saveLayout = make(tr("Save layout"));
     QAction *loadLayout = make(tr("Load layout"));
     QAction *exportLayout = make(tr("Export layout..."), QKeySequence(), tr("Export current layout to file"));
@@ -221,9 +253,11 @@ void MainWindow::createActions()
 
     QMenu *tools = menuBar()->addMenu(tr("Tools"));
     const QString later = tr("This tool is not part of this version of Vexo Studio yet.");
-    for (const QString &name : {tr("Device Updater"), tr("VEXOBOX Maxi"), tr("RGPS Import"), tr("Transmitter Wizard")}) {
+    for (const QString &name :
+         {tr("Device Updater"), tr("VEXOBOX Maxi"), tr("RGPS Import"), tr("Transmitter Wizard")}) {
         QAction *a = tools->addAction(name);
-        connect(a, &QAction::triggered, this, [this, name, later] { QMessageBox::information(this, name, later); });
+        connect(a, &QAction::triggered, this,
+                [this, name, later] { QMessageBox::information(this, name, later); });
     }
     QAction *emulator = tools->addAction(tr("HC/HS-8 Emulator"));
     connect(emulator, &QAction::triggered, this, &MainWindow::startEmulator);
@@ -232,7 +266,8 @@ void MainWindow::createActions()
     m_playback = new PlaybackBar(this);
     connect(m_playback->timer(), &QTimer::timeout, this, &MainWindow::playTimerTick);
     connect(m_playback, &PlaybackBar::positionChanged, m_manager, &WidgetManager::setPlaybackTime);
-    const auto playbackAction = [&](const QString &text, const QKeySequence &key, void (PlaybackBar::*slot)()) {
+    const auto playbackAction = [&](const QString &text, const QKeySequence &key,
+                                    void (PlaybackBar::*slot)()) {
         QAction *a = make(text, key);
         playback->addAction(a);
         connect(a, &QAction::triggered, m_playback, slot);
@@ -252,12 +287,13 @@ void MainWindow::createActions()
 
     m_recordBar = addToolBar(tr("Telemetry recording controls"));
     m_recordBar->setObjectName(QStringLiteral("Recording-Toolbar"));
-    QAction *recStart = m_recordBar->addAction(QIcon(QStringLiteral(":/Icons/Program/Resources/play_rec32x32.png")),
-                                               tr("Start real-time telemetry"));
-    QAction *recPause = m_recordBar->addAction(QIcon(QStringLiteral(":/Icons/Program/Resources/pause32x32.png")),
-                                               tr("Pause real-time telemetry"));
-    QAction *recStop = m_recordBar->addAction(QIcon(QStringLiteral(":/Icons/Program/Resources/stop32x32.png")),
-                                              tr("Stop real-time telemetry"));
+    QAction *recStart =
+        m_recordBar->addAction(QIcon(QStringLiteral(":/Icons/Program/Resources/play_rec32x32.png")),
+                               tr("Start real-time telemetry"));
+    QAction *recPause = m_recordBar->addAction(
+        QIcon(QStringLiteral(":/Icons/Program/Resources/pause32x32.png")), tr("Pause real-time telemetry"));
+    QAction *recStop = m_recordBar->addAction(
+        QIcon(QStringLiteral(":/Icons/Program/Resources/stop32x32.png")), tr("Stop real-time telemetry"));
     connect(recStart, &QAction::triggered, m_recording, &RecordingController::start);
     connect(recPause, &QAction::triggered, m_recording, &RecordingController::pause);
     connect(recStop, &QAction::triggered, m_recording, &RecordingController::stop);
@@ -348,7 +384,8 @@ void MainWindow::openLog(const QString &path)
 {
     if (m_progress)
         m_progress->deleteLater();
-    m_progress = new QProgressDialog(tr("Loading %1...").arg(QFileInfo(path).fileName()), tr("Cancel"), 0, 100, this);
+    m_progress =
+        new QProgressDialog(tr("Loading %1...").arg(QFileInfo(path).fileName()), tr("Cancel"), 0, 100, this);
     m_progress->setWindowTitle(tr("Open log file"));
     m_progress->setMinimumDuration(300);
     m_progress->setAutoClose(false);
@@ -358,7 +395,8 @@ void MainWindow::openLog(const QString &path)
     m_loader->start(path);
 }
 
-void MainWindow::logFinished(bool ok, const TelemetryDataPackage &package, const QString &error, const QString &path)
+void MainWindow::logFinished(bool ok, const TelemetryDataPackage &package, const QString &error,
+                             const QString &path)
 {
     if (m_progress) {
         m_progress->close();
@@ -378,7 +416,8 @@ void MainWindow::logFinished(bool ok, const TelemetryDataPackage &package, const
         statusBar()->showMessage(tr("Loaded %1").arg(QDir::toNativeSeparators(path)), 5000);
         m_logger->write(QStringLiteral("LOG"), tr("Opened %1").arg(path));
     } else if (!error.isEmpty()) {
-        QMessageBox::critical(this, tr("Error"), tr("<b>Unable to load the logfile:</b><ul><li>%1</li></ul>").arg(error));
+        QMessageBox::critical(this, tr("Error"),
+                              tr("<b>Unable to load the logfile:</b><ul><li>%1</li></ul>").arg(error));
     }
     emit logLoaded(ok);
 }
@@ -400,7 +439,8 @@ void MainWindow::exportLog()
     QSaveFile file(path);
     const QByteArray bytes = LogFileWriter::write(m_store->package());
     if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.commit())
-        QMessageBox::critical(this, tr("Error"), tr("<b>Unable to export log file</b><br>Error writing to disk"));
+        QMessageBox::critical(this, tr("Error"),
+                              tr("<b>Unable to export log file</b><br>Error writing to disk"));
 }
 
 void MainWindow::restoreSession()
@@ -456,8 +496,9 @@ void MainWindow::startEmulator()
 {
     const QString program = programFolder() + QStringLiteral("/hc-sim/hc-sim");
     if (!QFileInfo(program).isExecutable()) {
-        QMessageBox::information(this, tr("HC/HS-8 Emulator"),
-                                 tr("The transmitter emulator is not installed: %1 was not found.").arg(program));
+        QMessageBox::information(
+            this, tr("HC/HS-8 Emulator"),
+            tr("The transmitter emulator is not installed: %1 was not found.").arg(program));
         return;
     }
     if (!m_emulator)
@@ -475,11 +516,12 @@ void MainWindow::checkForUpdates()
 
 void MainWindow::showAbout()
 {
-    QMessageBox::about(this, tr("About"),
-                       tr("<h3>Vexo Studio</h3><p>V %1</p><p>Vexo Telemetry<br>Workstation for radio-controlled "
-                          "model telemetry</p><p>Qt %2, built %3</p>")
-                           .arg(QString::fromLatin1(AppSettings::kVersion), QString::fromLatin1(qVersion()),
-                                QStringLiteral(__DATE__)));
+    QMessageBox::about(
+        this, tr("About"),
+        tr("<h3>Vexo Studio</h3><p>V %1</p><p>Vexo Telemetry<br>Workstation for radio-controlled "
+           "model telemetry</p><p>Qt %2, built %3</p>")
+            .arg(QString::fromLatin1(AppSettings::kVersion), QString::fromLatin1(qVersion()),
+                 QStringLiteral(__DATE__)));
 }
 
 void MainWindow::resetToolbars()
@@ -503,8 +545,9 @@ void MainWindow::closeEvent(QCloseEvent *event)
     m_loader->stop();
     QString error;
     if (!saveSession(&error))
-        QMessageBox::critical(this, tr("Error"),
-                              tr("<b>Unable to save session for the current model:</b><ul><li>%1</li></ul>").arg(error));
+        QMessageBox::critical(
+            this, tr("Error"),
+            tr("<b>Unable to save session for the current model:</b><ul><li>%1</li></ul>").arg(error));
     if (!m_database->isOpen())
         QMessageBox::warning(this, tr("Error while closing"), tr("Unable to save application data"));
     m_settings->setBytes(QStringLiteral("Win-Size"), saveGeometry());

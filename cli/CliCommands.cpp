@@ -4,6 +4,8 @@
 #include "cli/JsonDump.h"
 #include "cli/KmlCommand.h"
 #include "cli/LiveCommands.h"
+#include "cli/TableCommands.h"
+#include "telemetry/CSVLogLoader.h"
 #include "telemetry/LogFileWriter.h"
 #include "telemetry/LogGenerator.h"
 #include "telemetry/MemorySensorTable.h"
@@ -24,6 +26,8 @@ const char kUsage[] =
     "  info FILE              what a log holds: devices, variables, samples, messages\n"
     "  dump FILE              the whole log as JSON on standard output\n"
     "  convert IN OUT         read IN (by its extension) and write OUT as a native .log\n"
+    "                         (.log, .vml, .nmea, .txt; info, dump and convert take --csv FILE\n"
+    "                         for a CSV written by the data table)\n"
     "  generate --seconds S --rate HZ --devices D --seed N --out FILE\n"
     "                         write a realistic random flight as a native .log\n"
     "  record --port PORT [--baud 125000|250000] [--seconds N] --out FILE.log\n"
@@ -33,13 +37,16 @@ const char kUsage[] =
     "  db import|list|export|delete-model [--db PATH] ...\n"
     "                         the studio's models, folders and logs (vexo-log db --help)\n"
     "  kml FILE --lat D:P --lon D:P [--alt D:P] OUT\n"
-    "                         the GPS track of FILE as KML (D:P: device id and param number)\n";
+    "                         the GPS track of FILE as KML (D:P: device id and param number)\n"
+    "  csv|xlsx FILE --period MS [--mode hold|smooth|valid] --var D:P[:U] ... OUT\n"
+    "                         the data table of FILE as CSV or an Excel workbook\n";
 
 struct Context
 {
     QStringList args; // after the command name
     std::FILE *out;
     std::FILE *err;
+    QString csvInput; // the file named by --csv, read as the data table's CSV export
 
     int fail(const QString &message) const
     {
@@ -59,7 +66,9 @@ bool readPackage(const Context &c, const QString &path, TelemetryDataPackage *pa
 {
     MemorySensorTable sensors;
     QString error;
-    if (!TelemetryData::readFile(path, package, &sensors, &error)) {
+    const bool ok = path == c.csvInput ? CSVLogLoader::readFile(path, package, &sensors, &error)
+                                       : TelemetryData::readFile(path, package, &sensors, &error);
+    if (!ok) {
         c.fail(error);
         return false;
     }
@@ -224,10 +233,21 @@ int CliCommands::run(const QStringList &arguments, std::FILE *out, std::FILE *er
          [](const Context &c) { return LiveCommands::devices(c.args, c.out, c.err); }},
         {QStringLiteral("db"), [](const Context &c) { return DbCommands::run(c.args, c.out, c.err); }},
         {QStringLiteral("kml"), [](const Context &c) { return KmlCommand::run(c.args, c.out, c.err); }},
+        {QStringLiteral("csv"), [](const Context &c) { return TableCommands::csv(c.args, c.out, c.err); }},
+        {QStringLiteral("xlsx"), [](const Context &c) { return TableCommands::xlsx(c.args, c.out, c.err); }},
     };
-    Context c{arguments.mid(1), out, err};
+    Context c{arguments.mid(1), out, err, QString()};
     const auto it = commands.find(arguments.at(0));
     if (it == commands.end())
         return c.usage(QStringLiteral("unknown command \"%1\"").arg(arguments.at(0)));
+    // "--csv FILE" in place of the input: a CSV is never chosen by its extension, only by asking.
+    const QStringList csvCommands = {QStringLiteral("info"), QStringLiteral("dump"),
+                                     QStringLiteral("convert")};
+    if (c.args.value(0) == QLatin1String("--csv") && csvCommands.contains(it->first)) {
+        if (c.args.size() < 2)
+            return c.usage(QStringLiteral("--csv needs a file"));
+        c.args.removeFirst();
+        c.csvInput = c.args.at(0);
+    }
     return it->second(c);
 }

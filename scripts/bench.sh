@@ -15,3 +15,6 @@ fi
 QT_LOGGING_RULES="*.debug=false" "$here/build-release/bench/bench_link" 10
 "$here/build-release/bench/bench_database" "$log"
 QT_LOGGING_RULES="*.debug=false" "$here/build-release/bench/bench_studio" "$here/samples/sample-flight.log" "$log"
+"$here/build-release/bench/bench_readers" 100
+"$here/build-release/bench/bench_graph"
+"$here/build-release/bench/bench_table"

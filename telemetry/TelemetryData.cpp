@@ -1,8 +1,10 @@
 #include "telemetry/TelemetryData.h"
 
+#include "telemetry/NMEALogLoader.h"
 #include "telemetry/SensorTable.h"
 #include "telemetry/TelemetryMetaTypes.h"
 #include "telemetry/TelemetryUnits.h"
+#include "telemetry/VMLLogLoader.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -23,6 +25,9 @@ const QHash<QString, LoaderFactory> &loaderTable()
 {
     static const QHash<QString, LoaderFactory> table = {
         {QStringLiteral("log"), &makeLoader<LogFileLoader>},
+        {QStringLiteral("vml"), &makeLoader<VMLLogLoader>},
+        {QStringLiteral("nmea"), &makeLoader<NMEALogLoader>},
+        {QStringLiteral("txt"), &makeLoader<NMEALogLoader>},
     };
     return table;
 }

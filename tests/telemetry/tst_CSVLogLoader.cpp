@@ -1,0 +1,389 @@
+#include "telemetry/CSVLogLoader.h"
+#include "telemetry/CsvTableWriter.h"
+#include "telemetry/MemorySensorTable.h"
+#include "telemetry/NMEALogLoader.h"
+#include "telemetry/TelemetryData.h"
+#include "telemetry/VMLLogLoader.h"
+
+#include <QBuffer>
+#include <QTemporaryDir>
+#include <QtTest>
+
+#include <cmath>
+
+namespace {
+constexpr quint32 kId = CSVLogLoader::kDeviceId;
+
+struct Loaded
+{
+    bool ok = false;
+    QString error;
+    TelemetryDataPackage package;
+    int skipped = 0;
+};
+
+Loaded load(const QByteArray &bytes, SensorTable *sensors = nullptr)
+{
+    QBuffer buffer;
+    buffer.setData(bytes);
+    buffer.open(QIODevice::ReadOnly);
+    CSVLogLoader loader(sensors);
+    Loaded r;
+    r.ok = loader.load(&buffer, &r.package);
+    r.error = loader.lastError();
+    r.skipped = loader.skippedRows();
+    return r;
+}
+
+const TelemetryVar *var(const TelemetryDataPackage &p, quint32 param)
+{
+    const TelemetrySensor *d = p.device(kId);
+    return d ? d->var(param) : nullptr;
+}
+
+QString values(const TelemetryVar *v)
+{
+    QStringList out;
+    if (v)
+        for (const TelemetryValue &x : v->values())
+            out << QStringLiteral("%1:%2").arg(x.timestamp).arg(x.toNumber());
+    return out.join(QLatin1Char(' '));
+}
+
+// A table of a day and a half in hourly rows: the row times wrap past midnight in the file.
+class HourlyTable : public TableSource
+{
+public:
+    int tableColumns() const override { return 3; }
+    QString columnHeader(int column) const override
+    {
+        return QStringList({"Výška [m]", "Rychlost [km/h]", "Stav []"}).at(column);
+    }
+    qint64 tableRows() const override { return 36; }
+    qint64 rowTimeMs(qint64 row) const override { return row * 3600000 + 250; }
+    void readRow(qint64 row, double *out) override
+    {
+        out[0] = 100.0 + row * 1.005;
+        out[1] = row % 5 == 0 ? std::nan("") : -row * 0.333;
+        out[2] = double(row % 2);
+    }
+};
+
+// What the data table writes: UTF-8, ";" always, a row per period with two decimals or nothing.
+const QByteArray kExport = "Time;Napětí Rx [V];Rychlost [km/h];Teplota [°C];Stav\n"
+                           "0:00:00.000;;;;\n"
+                           "0:00:00.500;15.00;-3.14;;1.00\n"
+                           "0:00:01.000;20.00;;21.50;1.00\n";
+} // namespace
+
+class tst_CSVLogLoader : public QObject
+{
+    Q_OBJECT
+private slots:
+    void closedDeviceReadsNothing();
+    void readsTheTableExport();
+    void readsWhatTheTableWriterWrites();
+    void header_data();
+    void header();
+    void time_data();
+    void time();
+    void rowsPastMidnight();
+    void firstRowAtZero();
+    void decimalsPerColumn_data();
+    void decimalsPerColumn();
+    void lineEndsAndBom();
+    void badRowsSkipped();
+    void refused_data();
+    void refused();
+    void sensorTableConsulted();
+    void storeDispatch_data();
+    void storeDispatch();
+    void readFile();
+};
+
+void tst_CSVLogLoader::closedDeviceReadsNothing()
+{
+    QBuffer buffer;
+    buffer.setData(kExport);
+    CSVLogLoader loader;
+    TelemetryDataPackage p;
+    QVERIFY(!loader.load(&buffer, &p));
+    QVERIFY(p.devices().isEmpty());
+    QVERIFY(!loader.lastError().isEmpty());
+}
+
+void tst_CSVLogLoader::readsTheTableExport()
+{
+    const Loaded r = load(kExport);
+    QVERIFY2(r.ok, qPrintable(r.error));
+    QCOMPARE(r.package.devices().size(), 1);
+    const TelemetrySensor &d = r.package.devices().at(0);
+    QCOMPARE(d.vars().size(), 4);
+    QCOMPARE(d.vars().at(0).label(), QStringLiteral("Napětí Rx"));
+    QCOMPARE(d.vars().at(0).unit(), QStringLiteral("V"));
+    QCOMPARE(d.vars().at(2).unit(), QStringLiteral("°C"));
+    QCOMPARE(d.vars().at(3).label(), QStringLiteral("Stav"));
+    QCOMPARE(d.vars().at(3).unit(), QString());
+    // Empty cells are gaps, not zeros.
+    QCOMPARE(values(var(r.package, 1)), QStringLiteral("500:15 1000:20"));
+    QCOMPARE(values(var(r.package, 2)), QStringLiteral("500:-3.14"));
+    QCOMPARE(values(var(r.package, 3)), QStringLiteral("1000:21.5"));
+    QCOMPARE(r.package.firstTimestamp(), 500);
+    QCOMPARE(var(r.package, 1)->values().at(0).type, 12u);
+}
+
+void tst_CSVLogLoader::readsWhatTheTableWriterWrites()
+{
+    HourlyTable table;
+    QBuffer buffer;
+    buffer.open(QIODevice::WriteOnly);
+    CsvTableWriter writer;
+    QVERIFY(writer.write(table, &buffer));
+    const Loaded r = load(buffer.data());
+    QVERIFY2(r.ok, qPrintable(r.error));
+    QCOMPARE(r.skipped, 0);
+    const QVector<TelemetryVar> &vars = r.package.devices().at(0).vars();
+    QCOMPARE(vars.size(), 3);
+    QCOMPARE(vars.at(1).label(), QStringLiteral("Rychlost"));
+    QCOMPARE(vars.at(1).unit(), QStringLiteral("km/h"));
+    QCOMPARE(vars.at(0).count(), 36);
+    QCOMPARE(vars.at(1).count(), 36 - 8); // every fifth row is empty
+    double values[3];
+    int index[3] = {0, 0, 0};
+    for (qint64 row = 0; row < table.tableRows(); ++row) {
+        table.readRow(row, values);
+        for (int c = 0; c < 3; ++c) {
+            if (std::isnan(values[c]))
+                continue;
+            const TelemetryValue &v = vars.at(c).values().at(index[c]++);
+            QCOMPARE(v.timestamp, qint32(table.rowTimeMs(row)));
+            QCOMPARE(v.toNumber(), QString::number(values[c], 'f', 2).toDouble());
+        }
+    }
+}
+
+void tst_CSVLogLoader::header_data()
+{
+    QTest::addColumn<QString>("header");
+    QTest::addColumn<QString>("label");
+    QTest::addColumn<QString>("unit");
+    QTest::newRow("label and unit") << "Speed [km/h]"
+                                    << "Speed"
+                                    << "km/h";
+    QTest::newRow("empty unit") << "Cells []"
+                                << "Cells"
+                                << "";
+    QTest::newRow("no unit") << "Status"
+                             << "Status"
+                             << "";
+    QTest::newRow("brackets in the label") << "Temp [1] [°C]"
+                                           << "Temp [1]"
+                                           << "°C";
+    QTest::newRow("bracket not at the end") << "A [b] c"
+                                            << "A [b] c"
+                                            << "";
+    QTest::newRow("white space") << "  Alt  [ m ] "
+                                 << "Alt"
+                                 << "m";
+}
+
+void tst_CSVLogLoader::header()
+{
+    QFETCH(QString, header);
+    QFETCH(QString, label);
+    QFETCH(QString, unit);
+    QString l, u;
+    CSVLogLoader::splitHeader(header, &l, &u);
+    QCOMPARE(l, label);
+    QCOMPARE(u, unit);
+}
+
+void tst_CSVLogLoader::time_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<qint64>("ms");
+    QTest::newRow("H:mm:ss.zzz") << "0:00:00.500" << qint64(500);
+    QTest::newRow("two-digit hour") << "12:34:56.789" << qint64(((12 * 60 + 34) * 60 + 56) * 1000 + 789);
+    QTest::newRow("past 24 hours") << "25:00:00.000" << qint64(25 * 3600000);
+    QTest::newRow("no milliseconds") << "0:01:02" << qint64(62000);
+    QTest::newRow("one fraction digit") << "0:00:01.5" << qint64(1500);
+    QTest::newRow("minutes past 59") << "0:60:00.000" << qint64(-1);
+    QTest::newRow("letters") << "Time" << qint64(-1);
+    QTest::newRow("four fraction digits") << "0:00:00.1234" << qint64(-1);
+    QTest::newRow("sign") << "-0:00:01.000" << qint64(-1);
+    QTest::newRow("empty") << "" << qint64(-1);
+}
+
+void tst_CSVLogLoader::time()
+{
+    QFETCH(QString, text);
+    QFETCH(qint64, ms);
+    QCOMPARE(CSVLogLoader::parseTime(text), ms);
+}
+
+void tst_CSVLogLoader::rowsPastMidnight()
+{
+    // The table formats row times as times of day: after 24 hours they start again at 0.
+    const Loaded r = load("Time;A [m]\n23:59:59.000;1.00\n0:00:00.000;2.00\n0:00:01.000;3.00\n");
+    QVERIFY(r.ok);
+    QCOMPARE(values(var(r.package, 1)), QStringLiteral("86399000:1 86400000:2 86401000:3"));
+}
+
+void tst_CSVLogLoader::firstRowAtZero()
+{
+    const Loaded r = load("Time;A [m]\n0:00:00.000;7.00\n0:00:00.100;8.00\n");
+    QCOMPARE(values(var(r.package, 1)), QStringLiteral("1:7 100:8"));
+}
+
+void tst_CSVLogLoader::decimalsPerColumn_data()
+{
+    QTest::addColumn<QByteArray>("cells");
+    QTest::addColumn<quint32>("decimals");
+    QTest::addColumn<QString>("numbers");
+    QTest::newRow("two decimals") << QByteArray("3.14\n1.50") << 2u << "3.14 1.5";
+    QTest::newRow("integers") << QByteArray("3\n-4") << 0u << "3 -4";
+    QTest::newRow("more decimals from elsewhere") << QByteArray("0.000123\n1") << 6u << "0.000123 1";
+    QTest::newRow("comma as decimal mark") << QByteArray("3,25\n-0,5") << 2u << "3.25 -0.5";
+    // 30 000 000.00 does not fit 32 bits with two decimals; one less keeps it.
+    QTest::newRow("large values lose decimals") << QByteArray("30000000.00\n0.25") << 1u << "3e+07 0.3";
+    QTest::newRow("not numbers are gaps") << QByteArray("abc\n2.00\nnan\ninf") << 2u << "2";
+}
+
+void tst_CSVLogLoader::decimalsPerColumn()
+{
+    QFETCH(QByteArray, cells);
+    QFETCH(quint32, decimals);
+    QFETCH(QString, numbers);
+    QByteArray csv = "Time;X []\n";
+    int row = 1;
+    for (const QByteArray &c : cells.split('\n'))
+        csv += "0:00:0" + QByteArray::number(row++) + ".000;" + c + "\n";
+    const Loaded r = load(csv);
+    QVERIFY(r.ok);
+    const TelemetryVar *v = var(r.package, 1);
+    QVERIFY(v->count() > 0);
+    QCOMPARE(v->values().at(0).decimals, decimals);
+    QStringList got;
+    for (int i = 0; i < v->count(); ++i)
+        got << QString::number(v->numberAt(i));
+    QCOMPARE(got.join(QLatin1Char(' ')), numbers);
+}
+
+void tst_CSVLogLoader::lineEndsAndBom()
+{
+    const Loaded r = load("\xEF\xBB\xBFZeit;A [m]\r\n0:00:01.000;1.00\r\n\r\n0:00:02.000;2.00");
+    QVERIFY(r.ok);
+    QCOMPARE(var(r.package, 1)->label(), QStringLiteral("A"));
+    QCOMPARE(values(var(r.package, 1)), QStringLiteral("1000:1 2000:2"));
+}
+
+void tst_CSVLogLoader::badRowsSkipped()
+{
+    // A row whose time does not read or goes back, a short row, a long one and one of megabytes.
+    const Loaded r = load("Time;A [m];B [V]\n0:00:01.000;1.00;5.00\nbroken;2.00;6.00\n0:00:00.500;3.00;7.00\n"
+                          "0:00:02.000;4.00\n0:00:02.500;" +
+                          QByteArray(3 << 20, '9') + "\n0:00:03.000;5.00;8.00;99.00\n");
+    QVERIFY(r.ok);
+    QCOMPARE(r.skipped, 3);
+    QCOMPARE(values(var(r.package, 1)), QStringLiteral("1000:1 2000:4 3000:5"));
+    QCOMPARE(values(var(r.package, 2)), QStringLiteral("1000:5 3000:8"));
+}
+
+void tst_CSVLogLoader::refused_data()
+{
+    QTest::addColumn<QByteArray>("input");
+    QTest::addColumn<QString>("mentions");
+    QTest::newRow("empty") << QByteArray() << "empty";
+    QTest::newRow("blank lines") << QByteArray("\n\r\n  \n") << "empty";
+    QTest::newRow("no header") << QByteArray("0:00:01.000;1.00\n") << "header";
+    QTest::newRow("no row reads") << QByteArray("Time;A [m]\n1,2,3\nfoo;bar\n") << "line 2";
+}
+
+void tst_CSVLogLoader::refused()
+{
+    QFETCH(QByteArray, input);
+    QFETCH(QString, mentions);
+    const Loaded r = load(input);
+    QVERIFY(!r.ok);
+    QVERIFY(r.package.devices().isEmpty());
+    QVERIFY2(r.error.contains(mentions), qPrintable(r.error));
+}
+
+void tst_CSVLogLoader::sensorTableConsulted()
+{
+    MemorySensorTable sensors;
+    SensorRow row;
+    row.id = kId;
+    row.param = 1;
+    row.unitConversion = QStringLiteral("1");
+    sensors.insertDefaultSensor(row);
+    const Loaded r = load("Time;Alt [m]\n0:00:01.000;1500.00\n", &sensors);
+    QCOMPARE(var(r.package, 1)->displayUnit(), QStringLiteral("km"));
+    QCOMPARE(var(r.package, 1)->numberAt(0), 1.5);
+    QVERIFY(sensors.findSensor(kId, 0, nullptr));
+}
+
+void tst_CSVLogLoader::storeDispatch_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("reader"); // empty: refused
+    QTest::newRow("log") << "a.log"
+                         << "native";
+    QTest::newRow("vml") << "a.vml"
+                         << "xml";
+    QTest::newRow("VML upper case") << "a.VML"
+                                    << "xml";
+    QTest::newRow("nmea") << "a.nmea"
+                          << "nmea";
+    QTest::newRow("txt") << "gps.TXT"
+                         << "nmea";
+    QTest::newRow("csv is not opened by extension") << "table.csv"
+                                                    << "";
+    QTest::newRow("no extension") << "nmea"
+                                  << "";
+}
+
+void tst_CSVLogLoader::storeDispatch()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, reader);
+    const std::unique_ptr<LogFileLoader> loader = TelemetryData::loaderFor(name, nullptr);
+    QString kind;
+    if (dynamic_cast<VMLLogLoader *>(loader.get()))
+        kind = QStringLiteral("xml");
+    else if (dynamic_cast<NMEALogLoader *>(loader.get()))
+        kind = QStringLiteral("nmea");
+    else if (dynamic_cast<CSVLogLoader *>(loader.get()))
+        kind = QStringLiteral("csv");
+    else if (loader)
+        kind = QStringLiteral("native");
+    QCOMPARE(kind, reader);
+    QCOMPARE(TelemetryData::supportedExtensions(), QStringList({"log", "nmea", "txt", "vml"}));
+}
+
+void tst_CSVLogLoader::readFile()
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("table.csv"));
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write(kExport);
+    f.close();
+    TelemetryDataPackage p;
+    QString error;
+    QVERIFY2(CSVLogLoader::readFile(path, &p, nullptr, &error), qPrintable(error));
+    QCOMPARE(p.name(), QStringLiteral("table"));
+    QVERIFY(p.recordingDate().isValid());
+    QCOMPARE(p.sampleCount(), 6);
+    // The store still refuses it by its extension.
+    TelemetryDataPackage q;
+    QVERIFY(!TelemetryData::readFile(path, &q, nullptr, &error));
+    QVERIFY(error.contains(QLatin1String("csv")));
+    QVERIFY(!CSVLogLoader::readFile(dir.filePath(QStringLiteral("missing.csv")), &p, nullptr, &error));
+    QVERIFY(error.contains(QLatin1String("missing.csv")));
+    QVERIFY(!CSVLogLoader::readFile(dir.path(), &p, nullptr, &error));
+    QVERIFY(error.contains(QLatin1String("folder")));
+}
+
+QTEST_GUILESS_MAIN(tst_CSVLogLoader)
+#include "tst_CSVLogLoader.moc"

@@ -1,0 +1,343 @@
+#include "telemetry/MemorySensorTable.h"
+#include "telemetry/VMLLogLoader.h"
+
+#include <QBuffer>
+#include <QRandomGenerator>
+#include <QTextCodec>
+#include <QtTest>
+
+#include <cstring>
+
+namespace {
+constexpr quint32 kRx = 1u | (2u << 16);
+
+struct Loaded
+{
+    bool ok = false;
+    QString error;
+    TelemetryDataPackage package;
+};
+
+Loaded load(const QByteArray &bytes, SensorTable *sensors = nullptr)
+{
+    QBuffer buffer;
+    buffer.setData(bytes);
+    buffer.open(QIODevice::ReadOnly);
+    VMLLogLoader loader(sensors);
+    Loaded r;
+    r.ok = loader.load(&buffer, &r.package);
+    r.error = loader.lastError();
+    return r;
+}
+
+QByteArray doc(const QByteArray &body)
+{
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<vml>\n" + body + "\n</vml>\n";
+}
+
+const QByteArray kRxStorage = "<dataStorage dataStorageID=\"0000100002\" name=\"Rx\">"
+                              "<attrDescription attrID=\"1\" name=\"Voltage\" units=\"V\"/>"
+                              "<attrDescription attrID=\"2\" name=\"Speed\" units=\"m/s\"/>";
+
+const TelemetryVar *var(const TelemetryDataPackage &p, quint32 id, quint32 param)
+{
+    const TelemetrySensor *d = p.device(id);
+    return d ? d->var(param) : nullptr;
+}
+
+QString values(const TelemetryVar *v)
+{
+    QStringList out;
+    if (v)
+        for (const TelemetryValue &x : v->values())
+            out << QStringLiteral("%1/%2/%3/%4").arg(x.timestamp).arg(x.type).arg(x.decimals).arg(x.value);
+    return out.join(QLatin1Char(' '));
+}
+
+// Claims a size beyond the limit without holding it.
+class HugeDevice : public QIODevice
+{
+public:
+    qint64 size() const override { return VMLLogLoader::kMaxBytes + 1; }
+    bool isSequential() const override { return false; }
+
+protected:
+    qint64 readData(char *data, qint64 maxSize) override
+    {
+        std::memset(data, ' ', size_t(maxSize));
+        return maxSize;
+    }
+    qint64 writeData(const char *, qint64) override { return -1; }
+};
+
+// The same, but only seen to be too large while reading.
+class EndlessStream : public HugeDevice
+{
+public:
+    bool isSequential() const override { return true; }
+};
+} // namespace
+
+class tst_VMLLogLoader : public QObject
+{
+    Q_OBJECT
+private slots:
+    void closedDeviceReadsNothing();
+    void entityTakesTheStorageId();
+    void deviceIdField_data();
+    void deviceIdField();
+    void storageWithoutDescriptions();
+    void elementsWhereverTheyStand();
+    void sharedLineParser_data();
+    void sharedLineParser();
+    void sensorTableConsulted();
+    void declaredEncoding();
+    void refused_data();
+    void refused();
+    void oversizedInput();
+    void survivesArbitraryBytes();
+};
+
+void tst_VMLLogLoader::closedDeviceReadsNothing()
+{
+    QBuffer buffer;
+    buffer.setData(doc(kRxStorage + "</dataStorage>"));
+    VMLLogLoader loader;
+    TelemetryDataPackage p;
+    QVERIFY(!loader.load(&buffer, &p));
+    QVERIFY(p.devices().isEmpty());
+    QVERIFY(!loader.lastError().isEmpty());
+}
+
+void tst_VMLLogLoader::entityTakesTheStorageId()
+{
+    const Loaded r = load(doc(kRxStorage + "<entity plainData=\"1000;1;1;0;300\"/></dataStorage>"));
+    QVERIFY2(r.ok, qPrintable(r.error));
+    QCOMPARE(r.package.devices().size(), 1);
+    QCOMPARE(r.package.devices().at(0).id(), kRx);
+    QCOMPARE(r.package.devices().at(0).name(), QStringLiteral("Rx"));
+    QCOMPARE(values(var(r.package, kRx, 1)), QStringLiteral("1000/1/0/300"));
+    QCOMPARE(var(r.package, kRx, 1)->label(), QStringLiteral("Voltage"));
+    QCOMPARE(var(r.package, kRx, 1)->unit(), QStringLiteral("V"));
+    QCOMPARE(r.package.firstTimestamp(), 1000);
+}
+
+void tst_VMLLogLoader::deviceIdField_data()
+{
+    QTest::addColumn<QByteArray>("field");
+    QTest::addColumn<quint32>("id");
+    QTest::newRow("ten characters: low then high") << QByteArray("0000100002") << kRx;
+    QTest::newRow("high half 65535") << QByteArray("0000065535") << (65535u << 16);
+    QTest::newRow("plain decimal") << QByteArray("131073") << kRx;
+    QTest::newRow("nine characters are a decimal") << QByteArray("000100002") << 100002u;
+    QTest::newRow("eleven characters are a decimal") << QByteArray("00000100002") << 100002u;
+}
+
+void tst_VMLLogLoader::deviceIdField()
+{
+    QFETCH(QByteArray, field);
+    QFETCH(quint32, id);
+    const Loaded r = load(doc("<dataStorage dataStorageID=\"" + field +
+                              "\" name=\"D\"><attrDescription attrID=\"4\" name=\"T\" units=\"\"/>"
+                              "<entity plainData=\"500;4;12;0;7\"/></dataStorage>"));
+    QVERIFY(r.ok);
+    QCOMPARE(r.package.devices().size(), 1);
+    QCOMPARE(r.package.devices().at(0).id(), id);
+    QCOMPARE(values(var(r.package, id, 4)), QStringLiteral("500/12/0/7"));
+}
+
+void tst_VMLLogLoader::storageWithoutDescriptions()
+{
+    const Loaded r = load(doc("<dataStorage dataStorageID=\"0000100002\" name=\"Rx\"/>"
+                              "<dataStorage dataStorageID=\"0000300004\" name=\"Vario\">"
+                              "<entity plainData=\"1000;1;1;0;5\"/></dataStorage>"));
+    QVERIFY(r.ok);
+    QCOMPARE(r.package.devices().size(), 2);
+    QVERIFY(r.package.devices().at(0).vars().isEmpty());
+    QVERIFY(r.package.devices().at(1).vars().isEmpty());
+    // A value of an undescribed variable has nothing to be shown by.
+    QCOMPARE(r.package.droppedValues(), 1);
+}
+
+void tst_VMLLogLoader::elementsWhereverTheyStand()
+{
+    // Wrappers, a prefix, descriptions after the entities that use them, a storage inside another
+    // (its elements are its own), and a repeated storage that adds to the first.
+    const Loaded r =
+        load(doc("<storages><v:dataStorage xmlns:v=\"urn:x\" dataStorageID=\"0000100002\" name=\"Rx\">"
+                 "<values><entity plainData=\"1000;1;1;0;300\"/></values>"
+                 "<dataStorage dataStorageID=\"0000300004\" name=\"Inner\">"
+                 "<attrDescription attrID=\"1\" name=\"Alt\" units=\"m\"/>"
+                 "<entity plainData=\"1500;1;12;1;1234\"/></dataStorage>"
+                 "<descriptions><v:attrDescription attrID=\"1\" name=\"Voltage\" units=\"V\"/>"
+                 "</descriptions></v:dataStorage></storages>"
+                 "<dataStorage dataStorageID=\"0000100002\" name=\"Again\">"
+                 "<entity plainData=\"2000;1;1;0;301\"/></dataStorage>"));
+    QVERIFY2(r.ok, qPrintable(r.error));
+    QCOMPARE(r.package.devices().size(), 2);
+    QCOMPARE(r.package.device(kRx)->name(), QStringLiteral("Rx"));
+    QCOMPARE(values(var(r.package, kRx, 1)), QStringLiteral("1000/1/0/300 2000/1/0/301"));
+    const quint32 inner = 3u | (4u << 16);
+    QCOMPARE(values(var(r.package, inner, 1)), QStringLiteral("1500/12/1/1234"));
+    QCOMPARE(r.package.droppedValues(), 0);
+}
+
+void tst_VMLLogLoader::sharedLineParser_data()
+{
+    QTest::addColumn<QByteArray>("plainData");
+    QTest::addColumn<QString>("voltage");
+    QTest::addColumn<QString>("speed");
+    QTest::addColumn<int>("messages");
+    QTest::newRow("two groups") << QByteArray("1000;1;1;2;512;2;12;1;-35") << "1000/1/2/512"
+                                << "1000/12/1/-35" << 0;
+    QTest::newRow("type 0 narrows to 8 bits") << QByteArray("1000;1;0;0;200") << "1000/0/0/-56"
+                                              << "" << 0;
+    QTest::newRow("type 1 narrows to 16 bits") << QByteArray("1000;1;1;0;40000") << "1000/1/0/-25536"
+                                               << "" << 0;
+    QTest::newRow("partial group ignored") << QByteArray("1000;1;1;0;5;2;12") << "1000/1/0/5"
+                                           << "" << 0;
+    QTest::newRow("empty fields kept") << QByteArray("1000;;1;0;5") << ""
+                                       << "" << 0;
+    QTest::newRow("message") << QByteArray("1200;15;16;0;Low battery;2;0") << ""
+                             << "" << 1;
+    QTest::newRow("empty") << QByteArray("") << ""
+                           << "" << 0;
+    QTest::newRow("garbage") << QByteArray("x;y;z") << ""
+                             << "" << 0;
+}
+
+void tst_VMLLogLoader::sharedLineParser()
+{
+    QFETCH(QByteArray, plainData);
+    QFETCH(QString, voltage);
+    QFETCH(QString, speed);
+    QFETCH(int, messages);
+    const Loaded r = load(doc(kRxStorage + "<entity plainData=\"" + plainData + "\"/></dataStorage>"));
+    QVERIFY(r.ok);
+    QCOMPARE(values(var(r.package, kRx, 1)), voltage);
+    QCOMPARE(values(var(r.package, kRx, 2)), speed);
+    QCOMPARE(r.package.messages().size(), messages);
+    if (messages) {
+        QCOMPARE(r.package.messages().at(0).text, QStringLiteral("Low battery"));
+        QCOMPARE(r.package.messages().at(0).deviceId, kRx);
+        QCOMPARE(r.package.messages().at(0).timestamp, 1200);
+    }
+}
+
+void tst_VMLLogLoader::sensorTableConsulted()
+{
+    MemorySensorTable sensors;
+    SensorRow speed;
+    speed.id = kRx;
+    speed.param = 2;
+    speed.label = QStringLiteral("Old label");
+    speed.unit = QStringLiteral("m/s");
+    speed.unitConversion = QStringLiteral("1");
+    sensors.insertDefaultSensor(speed);
+    const Loaded r = load(doc(kRxStorage + "</dataStorage>"), &sensors);
+    QVERIFY(r.ok);
+    QCOMPARE(var(r.package, kRx, 2)->displayUnit(), QStringLiteral("km/h"));
+    SensorRow row;
+    QVERIFY(sensors.findSensor(kRx, 0, &row));
+    QCOMPARE(row.label, QStringLiteral("Rx"));
+    QVERIFY(sensors.findSensor(kRx, 1, &row));
+    QCOMPARE(row.label, QStringLiteral("Voltage"));
+    QCOMPARE(row.unit, QStringLiteral("V"));
+    // An existing row is consulted, not overwritten.
+    QVERIFY(sensors.findSensor(kRx, 2, &row));
+    QCOMPARE(row.label, QStringLiteral("Old label"));
+}
+
+void tst_VMLLogLoader::declaredEncoding()
+{
+    const QString text = QStringLiteral("<?xml version=\"1.0\" encoding=\"windows-1250\"?>\n"
+                                        "<vml><dataStorage dataStorageID=\"0000100002\" name=\"Přijímač\">"
+                                        "<attrDescription attrID=\"1\" name=\"Napětí\" units=\"V\"/>"
+                                        "</dataStorage></vml>");
+    const Loaded r = load(QTextCodec::codecForName("Windows-1250")->fromUnicode(text));
+    QVERIFY2(r.ok, qPrintable(r.error));
+    QCOMPARE(r.package.devices().at(0).name(), QStringLiteral("Přijímač"));
+    QCOMPARE(var(r.package, kRx, 1)->label(), QStringLiteral("Napětí"));
+}
+
+void tst_VMLLogLoader::refused_data()
+{
+    QTest::addColumn<QByteArray>("input");
+    QTest::addColumn<QString>("mentions");
+
+    QByteArray laughs = "<?xml version=\"1.0\"?>\n<!DOCTYPE vml [\n<!ENTITY lol0 \"lol\">\n";
+    for (int i = 1; i <= 9; ++i)
+        laughs += "<!ENTITY lol" + QByteArray::number(i) + " \"" +
+                  QByteArray("&lol" + QByteArray::number(i - 1) + ";").repeated(10) + "\">\n";
+    laughs += "]>\n<vml><dataStorage dataStorageID=\"1\" name=\"&lol9;\"/></vml>\n";
+    QTest::newRow("billion laughs") << laughs << "entities";
+
+    const QByteArray quadratic = "<?xml version=\"1.0\"?>\n<!DOCTYPE vml [<!ENTITY a \"" +
+                                 QByteArray(50000, 'a') +
+                                 "\">]>\n<vml><dataStorage dataStorageID=\"1\" name=\"x\">" +
+                                 QByteArray("&a;").repeated(50000) + "</dataStorage></vml>";
+    QTest::newRow("quadratic blow-up") << quadratic << "entities";
+
+    QTest::newRow("100 000 nested elements")
+        << doc(QByteArray("<a>").repeated(100000) + QByteArray("</a>").repeated(100000)) << "nested";
+    QTest::newRow("external entity") << QByteArray(
+                                            "<?xml version=\"1.0\"?>\n<!DOCTYPE vml [<!ENTITY x SYSTEM "
+                                            "\"file:///etc/passwd\">]>\n<vml>&x;</vml>")
+                                     << "entities";
+    QTest::newRow("parameter entity")
+        << QByteArray("<!DOCTYPE vml [<!ENTITY % p \"<!ENTITY q 'x'>\"> %p;]><vml/>") << "";
+    QTest::newRow("undeclared entity") << doc("<dataStorage dataStorageID=\"1\" name=\"&nope;\"/>") << "nope";
+    QTest::newRow("not well-formed") << doc("<dataStorage dataStorageID=\"1\"></entity>") << "line";
+    QTest::newRow("cut short") << doc(kRxStorage).left(120) << "line";
+    QTest::newRow("not XML") << QByteArray("000000000;0000100002;0;Rx; \n") << "XML";
+    QTest::newRow("binary") << QByteArray("\x00\xFF\xFE<\x01", 5) << "XML";
+    QTest::newRow("empty") << QByteArray() << "empty";
+    QTest::newRow("no dataStorage") << doc("<something/>") << "dataStorage";
+}
+
+void tst_VMLLogLoader::refused()
+{
+    QFETCH(QByteArray, input);
+    QFETCH(QString, mentions);
+    const Loaded r = load(input);
+    QVERIFY(!r.ok);
+    QVERIFY(r.package.devices().isEmpty());
+    QVERIFY(r.package.messages().isEmpty());
+    QVERIFY2(r.error.contains(mentions, Qt::CaseInsensitive), qPrintable(r.error));
+}
+
+void tst_VMLLogLoader::oversizedInput()
+{
+    TelemetryDataPackage p;
+    HugeDevice huge;
+    huge.open(QIODevice::ReadOnly);
+    VMLLogLoader loader;
+    QVERIFY(!loader.load(&huge, &p));
+    QVERIFY2(loader.lastError().contains(QLatin1String("too large")), qPrintable(loader.lastError()));
+    EndlessStream endless;
+    endless.open(QIODevice::ReadOnly);
+    QVERIFY(!loader.load(&endless, &p));
+    QVERIFY2(loader.lastError().contains(QLatin1String("too large")), qPrintable(loader.lastError()));
+    QVERIFY(p.devices().isEmpty());
+}
+
+void tst_VMLLogLoader::survivesArbitraryBytes()
+{
+    QByteArray good = kRxStorage;
+    for (int i = 1; i <= 20; ++i)
+        good +=
+            "<entity plainData=\"" + QByteArray::number(i * 100) + ";1;1;2;" + QByteArray::number(i) + "\"/>";
+    good = doc(good + "</dataStorage>");
+    QRandomGenerator rng(11);
+    for (int round = 0; round < 300; ++round) {
+        QByteArray input = good;
+        for (int k = 0; k < 1 + int(rng.bounded(8)); ++k)
+            input[int(rng.bounded(input.size()))] = char(rng.bounded(256));
+        const Loaded r = load(input.left(int(rng.bounded(input.size() + 1))));
+        QVERIFY(r.ok || r.package.devices().isEmpty());
+        QVERIFY(r.ok || !r.error.isEmpty());
+    }
+}
+
+QTEST_GUILESS_MAIN(tst_VMLLogLoader)
+#include "tst_VMLLogLoader.moc"

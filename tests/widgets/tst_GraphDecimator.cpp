@@ -1,0 +1,457 @@
+#include "telemetry/TelemetryUnits.h"
+#include "telemetry/TelemetryVar.h"
+#include "widgets/GraphDecimator.h"
+#include "widgets/GraphSeriesPainter.h"
+
+#include <QImage>
+#include <QPainter>
+#include <QRandomGenerator>
+#include <QtTest>
+
+#include <climits>
+#include <cmath>
+
+namespace {
+TelemetryValue raw(quint32 type, quint32 decimals, qint32 value, qint32 ts)
+{
+    TelemetryValue v;
+    v.type = type;
+    v.decimals = decimals;
+    v.value = value;
+    v.timestamp = ts;
+    return v;
+}
+
+enum Shape
+{
+    Noise,      // random values, occasional spikes
+    MixedTypes, // decimals change, GPS and time-of-day samples in between
+    Gaps,       // bursts separated by pauses longer than the hold limit
+    Duplicates  // several samples on one timestamp
+};
+
+TelemetryVar makeVar(int count, int spacing, Shape shape, const QString &unit = QStringLiteral("m"))
+{
+    TelemetryVar var(1, 2, QStringLiteral("Altitude"), unit);
+    QRandomGenerator random(quint32(count * 31 + spacing * 7 + int(shape)));
+    qint32 ts = 1000;
+    for (int i = 0; i < count; ++i) {
+        qint32 value = qint32(random.bounded(2000)) - 1000;
+        if (random.bounded(500) == 0)
+            value *= 40; // a spike that must survive any reduction
+        quint32 type = 1;
+        quint32 decimals = 1;
+        if (shape == MixedTypes) {
+            const int kind = int(random.bounded(10));
+            if (kind == 0) {
+                type = 9; // GPS: the raw value does not order like the number
+                decimals = random.bounded(2) ? 2 : 0;
+                value = qint32((quint32(random.bounded(90)) << 16) | quint32(random.bounded(60000)));
+            } else if (kind == 1) {
+                type = 5; // time of day
+                decimals = 0;
+                value = qint32((quint32(random.bounded(24)) << 16) | (quint32(random.bounded(60)) << 8) |
+                               quint32(random.bounded(60)));
+            } else {
+                decimals = quint32(random.bounded(3));
+            }
+        }
+        var.append(raw(type, decimals, value, ts));
+        if (shape == Duplicates && random.bounded(3) == 0)
+            continue; // the next sample shares this timestamp
+        ts += spacing;
+        if (shape == Gaps && random.bounded(200) == 0)
+            ts += 1501 + qint32(random.bounded(20000));
+    }
+    return var;
+}
+
+// The reference: every sample visited, by the same column rule.
+GraphDecimator::Result bruteForce(const TelemetryVar &var, const GraphDecimator::Request &r)
+{
+    GraphDecimator::Result result;
+    const QVector<TelemetryValue> &v = var.values();
+    const auto number = [&](int i) {
+        return TelemetryUnits::convert(v.at(i).toNumber(), r.unitCategory, r.unitTarget);
+    };
+    const qint64 to = r.from + r.span;
+    double lo = INFINITY;
+    double hi = -INFINITY;
+    int firstInside = -1;
+    int lastInside = -1;
+    for (int i = 0; i < v.size(); ++i) {
+        const qint64 t = v.at(i).timestamp;
+        if (t < r.from || t >= to)
+            continue;
+        if (firstInside < 0)
+            firstInside = i;
+        lastInside = i;
+        const int c = int((t - r.from) * r.width / r.span);
+        if (result.columns.isEmpty() || result.columns.constLast().x != c) {
+            GraphDecimator::Column col;
+            col.x = c;
+            col.first = col.minimum = col.maximum = number(i);
+            col.xFirst = double(t - r.from) * r.width / r.span;
+            col.gapBefore = i > 0 && t - v.at(i - 1).timestamp >= 1501;
+            result.columns.append(col);
+        }
+        GraphDecimator::Column &col = result.columns.last();
+        ++col.count;
+        col.last = number(i);
+        col.xLast = double(t - r.from) * r.width / r.span;
+        col.minimum = std::min(col.minimum, number(i));
+        col.maximum = std::max(col.maximum, number(i));
+        lo = std::min(lo, number(i));
+        hi = std::max(hi, number(i));
+    }
+    result.samples = firstInside < 0 ? 0 : lastInside - firstInside + 1;
+    if (result.samples > 0) {
+        result.minimum = lo;
+        result.maximum = hi;
+    }
+    return result;
+}
+
+// Rows painted per column of a plot; INT_MAX/INT_MIN where nothing is.
+struct Extent
+{
+    QVector<int> top;
+    QVector<int> bottom;
+};
+
+Extent extentOf(const QImage &image, const QRect &plot, QRgb background)
+{
+    Extent e;
+    for (int c = 0; c < plot.width(); ++c) {
+        int top = INT_MAX;
+        int bottom = INT_MIN;
+        for (int r = 0; r < plot.height(); ++r) {
+            if (image.pixel(plot.left() + c, plot.top() + r) != background) {
+                top = std::min(top, r);
+                bottom = std::max(bottom, r);
+            }
+        }
+        e.top << top;
+        e.bottom << bottom;
+    }
+    return e;
+}
+} // namespace
+
+class tst_GraphDecimator : public QObject
+{
+    Q_OBJECT
+private slots:
+    void matchesEverySample_data();
+    void matchesEverySample();
+    void valueRangeMatchesColumns_data();
+    void valueRangeMatchesColumns();
+    void cacheFollowsDataSpanAndSize();
+    void summaryFollowsAppendsAndCuts();
+    void drawsSameExtremesAsEveryPoint_data();
+    void drawsSameExtremesAsEveryPoint();
+    void gapsAreNotJoined_data();
+    void gapsAreNotJoined();
+};
+
+void tst_GraphDecimator::matchesEverySample_data()
+{
+    QTest::addColumn<int>("count");
+    QTest::addColumn<int>("spacing");
+    QTest::addColumn<int>("shape");
+    QTest::addColumn<qint64>("from");
+    QTest::addColumn<qint64>("span");
+    QTest::addColumn<int>("width");
+    QTest::addColumn<QString>("unit");
+
+    // Fewer samples than columns, about one per column, and thousands per column (block summaries of
+    // two and three levels answer most of each column).
+    QTest::newRow("sparse") << 50 << 100 << int(Noise) << qint64(0) << qint64(10000) << 400 << "m";
+    QTest::newRow("one per column") << 4000 << 20 << int(Noise) << qint64(1000) << qint64(80000) << 4000
+                                    << "m";
+    QTest::newRow("dense, two levels")
+        << 200000 << 20 << int(Noise) << qint64(0) << qint64(4000000) << 300 << "m";
+    QTest::newRow("dense, three levels")
+        << 400000 << 10 << int(Noise) << qint64(0) << qint64(4000000) << 7 << "m";
+    QTest::newRow("span inside the data")
+        << 300000 << 10 << int(Noise) << qint64(123457) << qint64(1234567) << 333 << "m";
+    QTest::newRow("span starts before the data")
+        << 50000 << 10 << int(Noise) << qint64(-200000) << qint64(400000) << 500 << "m";
+    QTest::newRow("span ends after the data")
+        << 50000 << 10 << int(Noise) << qint64(300000) << qint64(900000) << 500 << "m";
+    QTest::newRow("mixed types and decimals")
+        << 100000 << 10 << int(MixedTypes) << qint64(0) << qint64(1000000) << 90 << "m";
+    QTest::newRow("gaps") << 60000 << 20 << int(Gaps) << qint64(0) << qint64(5000000) << 800 << "m";
+    QTest::newRow("shared timestamps")
+        << 80000 << 10 << int(Duplicates) << qint64(0) << qint64(600000) << 250 << "m";
+    QTest::newRow("converted to feet")
+        << 100000 << 10 << int(Noise) << qint64(0) << qint64(1000000) << 120 << "ft.";
+    QTest::newRow("converted to fahrenheit")
+        << 100000 << 10 << int(Noise) << qint64(0) << qint64(1000000) << 120 << "\u00B0F";
+}
+
+void tst_GraphDecimator::matchesEverySample()
+{
+    QFETCH(int, count);
+    QFETCH(int, spacing);
+    QFETCH(int, shape);
+    QFETCH(qint64, from);
+    QFETCH(qint64, span);
+    QFETCH(int, width);
+    QFETCH(QString, unit);
+
+    const QString base = unit == QStringLiteral("\u00B0F") ? QStringLiteral("\u00B0C") : QStringLiteral("m");
+    TelemetryVar var = makeVar(count, spacing, Shape(shape), base);
+    GraphDecimator::Request request;
+    request.from = from;
+    request.span = span;
+    request.width = width;
+    request.unitCategory = var.unitCategory();
+    const int target = TelemetryUnits::targetIndex(var.unitCategory(), unit);
+    QVERIFY(target >= 0);
+    request.unitTarget = quint8(target);
+
+    GraphDecimator decimator;
+    const GraphDecimator::Result got = decimator.columns(7, var, request);
+    const GraphDecimator::Result want = bruteForce(var, request);
+    QCOMPARE(got.samples, want.samples);
+    QCOMPARE(got.columns.size(), want.columns.size());
+    for (int i = 0; i < want.columns.size(); ++i) {
+        const GraphDecimator::Column &g = got.columns.at(i);
+        const GraphDecimator::Column &w = want.columns.at(i);
+        QVERIFY2(g.x == w.x && g.count == w.count && g.gapBefore == w.gapBefore,
+                 qPrintable(QStringLiteral("column %1").arg(w.x)));
+        QCOMPARE(g.first, w.first);
+        QCOMPARE(g.last, w.last);
+        QCOMPARE(g.minimum, w.minimum);
+        QCOMPARE(g.maximum, w.maximum);
+        QVERIFY(g.xFirst >= g.x && g.xLast < g.x + 1);
+    }
+    if (want.samples > 0) {
+        QCOMPARE(got.minimum, want.minimum);
+        QCOMPARE(got.maximum, want.maximum);
+    }
+    // The samples either side of the span continue the line to the border.
+    const QVector<TelemetryValue> &v = var.values();
+    const bool hasBefore = v.constFirst().timestamp < from;
+    const bool hasAfter = v.constLast().timestamp >= from + span;
+    QCOMPARE(got.before.valid, hasBefore);
+    QCOMPARE(got.after.valid, hasAfter);
+    if (hasBefore)
+        QVERIFY(got.before.x < 0);
+    if (hasAfter)
+        QVERIFY(got.after.x >= width);
+}
+
+void tst_GraphDecimator::valueRangeMatchesColumns_data()
+{
+    QTest::addColumn<qint64>("from");
+    QTest::addColumn<qint64>("span");
+    QTest::newRow("whole") << qint64(0) << qint64(3000000);
+    QTest::newRow("part") << qint64(777777) << qint64(999999);
+    QTest::newRow("between two samples") << qint64(1001) << qint64(5);
+}
+
+void tst_GraphDecimator::valueRangeMatchesColumns()
+{
+    QFETCH(qint64, from);
+    QFETCH(qint64, span);
+    const TelemetryVar var = makeVar(300000, 10, Noise);
+    GraphDecimator::Request request;
+    request.from = from;
+    request.span = span;
+    request.width = 640;
+    GraphDecimator decimator;
+    double low = 0;
+    double high = 0;
+    QVERIFY(decimator.valueRange(1, var, request, &low, &high));
+    const GraphDecimator::Result want = bruteForce(var, request);
+    if (want.samples > 0) {
+        QCOMPARE(low, want.minimum);
+        QCOMPARE(high, want.maximum);
+    } else {
+        // Zoomed in between two samples: the range spans the line between them.
+        const int i = var.indexAt(from);
+        QCOMPARE(low, std::min(var.numberAt(i), var.numberAt(i + 1)));
+        QCOMPARE(high, std::max(var.numberAt(i), var.numberAt(i + 1)));
+    }
+}
+
+void tst_GraphDecimator::cacheFollowsDataSpanAndSize()
+{
+    TelemetryVar var = makeVar(20000, 20, Noise);
+    GraphDecimator decimator;
+    GraphDecimator::Request request;
+    request.span = 1000000;
+    request.width = 500;
+    decimator.columns(1, var, request);
+    decimator.columns(1, var, request);
+    QCOMPARE(decimator.hits(), 1);
+
+    request.width = 501;
+    decimator.columns(1, var, request);
+    request.from = 10;
+    decimator.columns(1, var, request);
+    request.unitCategory = var.unitCategory();
+    request.unitTarget = 1;
+    decimator.columns(1, var, request);
+    QCOMPARE(decimator.misses(), 4);
+
+    // New live samples are drawn at once.
+    const int before = decimator.columns(1, var, request).samples;
+    var.append(raw(1, 1, 5000000, var.values().constLast().timestamp + 20));
+    const GraphDecimator::Result &after = decimator.columns(1, var, request);
+    QCOMPARE(after.samples, before + 1);
+    QCOMPARE(after.maximum, TelemetryUnits::convert(500000.0, var.unitCategory(), 1));
+    QCOMPARE(decimator.misses(), 5);
+}
+
+void tst_GraphDecimator::summaryFollowsAppendsAndCuts()
+{
+    TelemetryVar var = makeVar(100000, 10, Noise);
+    GraphDecimator decimator;
+    GraphDecimator::Request request;
+    request.span = 2000000;
+    request.width = 50;
+    decimator.columns(1, var, request);
+    QCOMPARE(decimator.summarized(1), 100000 / GraphDecimator::kBlock * GraphDecimator::kBlock);
+
+    // Live data extends the summary and a new maximum deep inside a block is found.
+    for (int i = 0; i < 5000; ++i)
+        var.append(raw(1, 1, i == 2500 ? 9000000 : 0, var.values().constLast().timestamp + 10));
+    QCOMPARE(decimator.columns(1, var, request).maximum, 900000.0);
+    QVERIFY(decimator.summarized(1) > 100000);
+
+    // A cut at the front shifts every index: the old summary must not be used.
+    var.values().remove(0, 33333);
+    var.values()[40000].value = 99999999;
+    const GraphDecimator::Result got = decimator.columns(1, var, request);
+    const GraphDecimator::Result want = bruteForce(var, request);
+    QCOMPARE(got.maximum, 9999999.9);
+    QCOMPARE(got.columns.size(), want.columns.size());
+    for (int i = 0; i < want.columns.size(); ++i) {
+        QCOMPARE(got.columns.at(i).minimum, want.columns.at(i).minimum);
+        QCOMPARE(got.columns.at(i).maximum, want.columns.at(i).maximum);
+    }
+
+    // Idle-time summarising reaches the end of the data.
+    GraphDecimator idle;
+    int slices = 0;
+    while (!idle.summarize(2, var, 10000))
+        ++slices;
+    QVERIFY(slices >= 6);
+    QCOMPARE(idle.summarized(2), var.count() / GraphDecimator::kBlock * GraphDecimator::kBlock);
+}
+
+void tst_GraphDecimator::drawsSameExtremesAsEveryPoint_data()
+{
+    QTest::addColumn<int>("count");
+    QTest::addColumn<int>("width");
+    QTest::newRow("10 samples per column") << 2000 << 200;
+    QTest::newRow("100 samples per column") << 30000 << 300;
+    QTest::newRow("3 samples per column") << 900 << 300;
+}
+
+void tst_GraphDecimator::drawsSameExtremesAsEveryPoint()
+{
+    QFETCH(int, count);
+    QFETCH(int, width);
+    const TelemetryVar var = makeVar(count, 10, Noise);
+    const QRect plot(10, 5, width, 120);
+    GraphSeriesPainter::Mapping mapping;
+    mapping.plot = plot;
+    mapping.low = -45000;
+    mapping.high = 45000;
+    GraphDecimator::Request request;
+    request.from = var.values().constFirst().timestamp;
+    request.span = qint64(count) * 10;
+    request.width = width;
+    const QRgb background = qRgb(255, 255, 255);
+
+    // Every point through the painter, one pixel wide, not antialiased.
+    QImage reference(plot.right() + 11, plot.bottom() + 6, QImage::Format_ARGB32_Premultiplied);
+    reference.fill(background);
+    {
+        QPainter p(&reference);
+        p.setClipRect(plot);
+        p.setPen(QPen(Qt::black, 0));
+        QPolygonF line;
+        for (const TelemetryValue &v : var.values()) {
+            line << QPointF(plot.left() + double(v.timestamp - request.from) * width / request.span,
+                            plot.top() + mapping.rowOf(v.toNumber()) + 0.5);
+        }
+        p.drawPolyline(line);
+    }
+    QImage reduced(reference.size(), QImage::Format_ARGB32_Premultiplied);
+    reduced.fill(background);
+    GraphDecimator decimator;
+    GraphSeriesPainter::Style style;
+    style.color = Qt::black;
+    style.lineWidth = 1.0;
+    GraphSeriesPainter::draw(&reduced, mapping, decimator.columns(1, var, request), style);
+
+    const Extent want = extentOf(reference, plot, background);
+    const Extent got = extentOf(reduced, plot, background);
+    // Where the two ways round a line's end to different columns, a neighbour's extreme counts.
+    const auto near = [width](const QVector<int> &v, int c, bool lowest) {
+        int best = lowest ? INT_MAX : INT_MIN;
+        for (int k = std::max(0, c - 1); k <= std::min(width - 1, c + 1); ++k)
+            best = lowest ? std::min(best, v.at(k)) : std::max(best, v.at(k));
+        return best;
+    };
+    for (int c = 1; c < width - 1; ++c) {
+        const QString where = QStringLiteral("column %1: top %2/%3 bottom %4/%5")
+                                  .arg(c)
+                                  .arg(got.top.at(c))
+                                  .arg(want.top.at(c))
+                                  .arg(got.bottom.at(c))
+                                  .arg(want.bottom.at(c));
+        QVERIFY2(got.top.at(c) >= near(want.top, c, true) - 1, qPrintable(where));
+        QVERIFY2(want.top.at(c) >= near(got.top, c, true) - 1, qPrintable(where));
+        QVERIFY2(got.bottom.at(c) <= near(want.bottom, c, false) + 1, qPrintable(where));
+        QVERIFY2(want.bottom.at(c) <= near(got.bottom, c, false) + 1, qPrintable(where));
+    }
+}
+
+void tst_GraphDecimator::gapsAreNotJoined_data()
+{
+    QTest::addColumn<int>("spacing");
+    QTest::newRow("dense") << 10;
+    QTest::newRow("sparse") << 1000;
+}
+
+void tst_GraphDecimator::gapsAreNotJoined()
+{
+    QFETCH(int, spacing);
+    // Two stretches of a steady value with a pause of 10 s between them.
+    TelemetryVar var(1, 2, QStringLiteral("Voltage"), QStringLiteral("V"));
+    qint32 ts = 0;
+    for (; ts <= 20000; ts += spacing)
+        var.append(raw(1, 0, 50, ts));
+    for (ts += 10000; ts <= 50000; ts += spacing)
+        var.append(raw(1, 0, 50, ts));
+    const QRect plot(0, 0, 500, 40);
+    GraphSeriesPainter::Mapping mapping;
+    mapping.plot = plot;
+    mapping.low = 0;
+    mapping.high = 100;
+    GraphDecimator::Request request;
+    request.span = 50000;
+    request.width = plot.width();
+    QImage image(plot.size(), QImage::Format_ARGB32_Premultiplied);
+    const QRgb background = qRgb(255, 255, 255);
+    image.fill(background);
+    GraphDecimator decimator;
+    GraphSeriesPainter::Style style;
+    style.color = Qt::red;
+    GraphSeriesPainter::draw(&image, mapping, decimator.columns(1, var, request), style);
+    const Extent e = extentOf(image, plot, background);
+    // Drawn up to the last sample before the pause and from the first after it, nothing in between.
+    QVERIFY(e.top.at(150) != INT_MAX);
+    QVERIFY(e.top.at(350) != INT_MAX);
+    for (int c = 210; c < 295; ++c)
+        QVERIFY2(e.top.at(c) == INT_MAX, qPrintable(QString::number(c)));
+}
+
+QTEST_MAIN(tst_GraphDecimator)
+#include "tst_GraphDecimator.moc"

@@ -1,0 +1,177 @@
+#include "widgets/GraphTicks.h"
+#include "widgets/GraphTimeline.h"
+
+#include <QtTest>
+
+class tst_GraphTimeline : public QObject
+{
+    Q_OBJECT
+private slots:
+    void zoomKeepsTimeInPlace_data();
+    void zoomKeepsTimeInPlace();
+    void zoomIsBounded();
+    void panStaysOverData();
+    void followsLiveDataUntilMovedAway();
+    void resetAndAutoZoom_data();
+    void resetAndAutoZoom();
+    void timeText_data();
+    void timeText();
+    void autoRange_data();
+    void autoRange();
+};
+
+void tst_GraphTimeline::zoomKeepsTimeInPlace_data()
+{
+    QTest::addColumn<qint64>("t");
+    QTest::addColumn<double>("factor");
+    QTest::newRow("in at the left quarter") << qint64(17500) << 0.5;
+    QTest::newRow("out at the right edge") << qint64(40000) << 2.0;
+    QTest::newRow("in at the start") << qint64(10000) << 0.8;
+}
+
+void tst_GraphTimeline::zoomKeepsTimeInPlace()
+{
+    QFETCH(qint64, t);
+    QFETCH(double, factor);
+    GraphTimeline timeline;
+    timeline.setDataRange(0, 600000);
+    timeline.setFrom(10000);
+    timeline.setWindow(30000);
+    const double before = double(t - timeline.from()) / timeline.window();
+    timeline.zoomAt(t, factor);
+    QCOMPARE(timeline.window(), qRound64(30000 * factor));
+    QVERIFY(qAbs(double(t - timeline.from()) / timeline.window() - before) < 1e-3);
+}
+
+void tst_GraphTimeline::zoomIsBounded()
+{
+    GraphTimeline timeline;
+    for (int i = 0; i < 100; ++i)
+        timeline.zoomAt(0, 0.5);
+    QCOMPARE(timeline.window(), GraphTimeline::kMinWindowMs);
+    for (int i = 0; i < 200; ++i)
+        timeline.zoomAt(0, 2.0);
+    QCOMPARE(timeline.window(), GraphTimeline::kMaxWindowMs);
+}
+
+void tst_GraphTimeline::panStaysOverData()
+{
+    GraphTimeline timeline;
+    timeline.setDataRange(1000, 101000);
+    timeline.setWindow(10000);
+    timeline.setFrom(1000);
+    timeline.panBy(-1000000);
+    // A tenth of the span stays over the data.
+    QCOMPARE(timeline.to(), qint64(1000 + 1000));
+    timeline.panBy(5000000);
+    QCOMPARE(timeline.from(), qint64(101000 - 1000));
+}
+
+void tst_GraphTimeline::followsLiveDataUntilMovedAway()
+{
+    GraphTimeline timeline;
+    timeline.setDataRange(0, 5000);
+    timeline.setLive(true);
+    QVERIFY(timeline.isFollowing());
+    QCOMPARE(timeline.to(), qint64(5000));
+    timeline.setDataRange(0, 9000);
+    QVERIFY(timeline.follow());
+    QCOMPARE(timeline.to(), qint64(9000));
+    // Zooming while following keeps the newest data at the right edge.
+    timeline.zoomAt(timeline.from(), 0.5);
+    QCOMPARE(timeline.to(), qint64(9000));
+
+    timeline.panBy(-3000);
+    QVERIFY(!timeline.isFollowing());
+    timeline.setDataRange(0, 20000);
+    QVERIFY(!timeline.follow());
+    // Back at the newest data: following again.
+    timeline.panBy(100000);
+    QVERIFY(timeline.isFollowing());
+    QCOMPARE(timeline.to(), qint64(20000));
+    timeline.setLive(false);
+    QVERIFY(!timeline.isFollowing());
+}
+
+void tst_GraphTimeline::resetAndAutoZoom_data()
+{
+    QTest::addColumn<bool>("live");
+    QTest::addColumn<bool>("autoZoom");
+    QTest::addColumn<qint64>("from");
+    QTest::addColumn<qint64>("window");
+    QTest::newRow("reset") << false << false << qint64(2000) << qint64(30000);
+    QTest::newRow("reset while live") << true << false << qint64(602000 - 30000) << qint64(30000);
+    QTest::newRow("auto zoom") << false << true << qint64(2000) << qint64(600000);
+}
+
+void tst_GraphTimeline::resetAndAutoZoom()
+{
+    QFETCH(bool, live);
+    QFETCH(bool, autoZoom);
+    QFETCH(qint64, from);
+    QFETCH(qint64, window);
+    GraphTimeline timeline;
+    timeline.setDataRange(2000, 602000);
+    timeline.setLive(live);
+    timeline.setWindow(5000);
+    timeline.setFrom(300000);
+    if (autoZoom)
+        timeline.autoZoom();
+    else
+        timeline.reset();
+    QCOMPARE(timeline.from(), from);
+    QCOMPARE(timeline.window(), window);
+    QCOMPARE(timeline.isFollowing(), live);
+}
+
+void tst_GraphTimeline::timeText_data()
+{
+    QTest::addColumn<qint64>("ms");
+    QTest::addColumn<qint64>("step");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("minutes") << qint64(65000) << qint64(5000) << "1:05";
+    QTest::newRow("hours") << qint64(3723000) << qint64(60000) << "1:02:03";
+    QTest::newRow("tenths") << qint64(5250) << qint64(500) << "0:05.2";
+    QTest::newRow("milliseconds") << qint64(5257) << qint64(5) << "0:05.257";
+    QTest::newRow("before the start") << qint64(-5000) << qint64(1000) << "-0:05";
+}
+
+void tst_GraphTimeline::timeText()
+{
+    QFETCH(qint64, ms);
+    QFETCH(qint64, step);
+    QFETCH(QString, text);
+    QCOMPARE(GraphTicks::timeText(ms, step), text);
+}
+
+void tst_GraphTimeline::autoRange_data()
+{
+    QTest::addColumn<double>("low");
+    QTest::addColumn<double>("high");
+    QTest::newRow("battery") << 10.93 << 12.61;
+    QTest::newRow("flat line") << 5.0 << 5.0;
+    QTest::newRow("flat zero") << 0.0 << 0.0;
+    QTest::newRow("negative") << -12.5 << -3.2;
+    QTest::newRow("nothing") << qQNaN() << qQNaN();
+}
+
+void tst_GraphTimeline::autoRange()
+{
+    QFETCH(double, low);
+    QFETCH(double, high);
+    double from = 0;
+    double to = 0;
+    GraphTicks::autoRange(low, high, 8, &from, &to);
+    QVERIFY(to > from);
+    if (!qIsNaN(low)) {
+        QVERIFY(from <= low && to >= high);
+        // Not so wide that the line is squashed: the data spans at least a third of the axis.
+        if (high > low)
+            QVERIFY((high - low) / (to - from) > 0.33);
+        else
+            QVERIFY(from < low && to > high);
+    }
+}
+
+QTEST_MAIN(tst_GraphTimeline)
+#include "tst_GraphTimeline.moc"

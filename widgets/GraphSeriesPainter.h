@@ -1,0 +1,57 @@
+#pragma once
+
+#include "widgets/GraphDecimator.h"
+
+#include <QColor>
+#include <QRect>
+
+class QImage;
+
+// Draws one decimated variable into the plot area of an image. Dense data (several samples per few
+// pixels) is drawn as one vertical span per pixel column, written straight into the image, so the cost
+// follows the plot's width; sparse data is drawn as a smooth antialiased line through every sample.
+// Samples at least the hold limit apart are not joined.
+class GraphSeriesPainter
+{
+public:
+    struct Style
+    {
+        QColor color;
+        double lineWidth = 2.0;
+        bool fill = false;
+        int fillAlpha = 128;
+    };
+
+    // The plot's rows for values between low (bottom row) and high (top row).
+    struct Mapping
+    {
+        QRect plot;
+        double low = 0;
+        double high = 1;
+
+        // Fractional row from the plot's top; row r covers [r - 0.5, r + 0.5).
+        double rowOf(double value) const;
+        double valueOfRow(double row) const;
+    };
+
+    // Every item's fill goes under every item's line, so a graph draws all fills first.
+    enum Pass
+    {
+        Fill = 1,
+        Line = 2,
+        Both = Fill | Line
+    };
+
+    // True when the result is drawn as pixel columns.
+    static bool isDense(const GraphDecimator::Result &result, int width);
+    // image must be Format_RGB32 or Format_ARGB32_Premultiplied; nothing is drawn outside mapping.plot.
+    // The fill is drawn only when the style asks for it.
+    static void draw(QImage *image, const Mapping &mapping, const GraphDecimator::Result &result,
+                     const Style &style, Pass pass = Both);
+
+private:
+    static void drawDense(QImage *image, const Mapping &mapping, const GraphDecimator::Result &result,
+                          const Style &style, Pass pass);
+    static void drawSparse(QImage *image, const Mapping &mapping, const GraphDecimator::Result &result,
+                           const Style &style, Pass pass);
+};
