@@ -390,15 +390,17 @@ void WidgetDataTable::endExport()
     m_pendingAppend = false;
 }
 
-bool WidgetDataTable::exportCsvTo(const QString &path)
+template <typename Writer>
+bool WidgetDataTable::runExport(const QString &path, const QString &label, const QString &errorTitle,
+                                const QString &errorText)
 {
     if (m_exporting)
         return false;
     beginExport();
-    QProgressDialog progress(tr("Exporting to CSV file..."), tr("Cancel"), 0, m_model->rowCount(), this);
+    QProgressDialog progress(label, tr("Cancel"), 0, m_model->rowCount(), this);
     progress.setWindowModality(Qt::WindowModal);
     progress.setMinimumDuration(m_progressDelay);
-    CsvTableWriter writer;
+    Writer writer;
     const bool ok = writer.write(*m_model, path, [&progress](qint64 done, qint64 total) {
         progress.setMaximum(int(total));
         progress.setValue(int(done));
@@ -407,29 +409,18 @@ bool WidgetDataTable::exportCsvTo(const QString &path)
     progress.reset();
     endExport();
     if (!ok && !writer.wasCancelled())
-        showError(tr("CSV Export Error"), tr("<b>Unable to export CSV file:</b><ul><li>%1</li></ul>")
-                                              .arg(writer.errorString().toHtmlEscaped()));
+        showError(errorTitle, errorText.arg(writer.errorString().toHtmlEscaped()));
     return ok;
+}
+
+bool WidgetDataTable::exportCsvTo(const QString &path)
+{
+    return runExport<CsvTableWriter>(path, tr("Exporting to CSV file..."), tr("CSV Export Error"),
+                                     tr("<b>Unable to export CSV file:</b><ul><li>%1</li></ul>"));
 }
 
 bool WidgetDataTable::exportExcelTo(const QString &path)
 {
-    if (m_exporting)
-        return false;
-    beginExport();
-    QProgressDialog progress(tr("Exporting to Excel file..."), tr("Cancel"), 0, m_model->rowCount(), this);
-    progress.setWindowModality(Qt::WindowModal);
-    progress.setMinimumDuration(m_progressDelay);
-    XlsxTableWriter writer;
-    const bool ok = writer.write(*m_model, path, [&progress](qint64 done, qint64 total) {
-        progress.setMaximum(int(total));
-        progress.setValue(int(done));
-        return !progress.wasCanceled();
-    });
-    progress.reset();
-    endExport();
-    if (!ok && !writer.wasCancelled())
-        showError(tr("Excel Export Error"), tr("<b>Unable to export Excel file:</b><ul><li>%1</li></ul>")
-                                                .arg(writer.errorString().toHtmlEscaped()));
-    return ok;
+    return runExport<XlsxTableWriter>(path, tr("Exporting to Excel file..."), tr("Excel Export Error"),
+                                      tr("<b>Unable to export Excel file:</b><ul><li>%1</li></ul>"));
 }

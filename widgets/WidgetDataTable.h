@@ -83,6 +83,10 @@ private slots:
     void showContextMenu(const QPoint &pos);
 
 private:
+    // One export with its window-modal progress and error box; Writer is the CSV or the Excel writer.
+    template <typename Writer>
+    bool runExport(const QString &path, const QString &label, const QString &errorTitle,
+                   const QString &errorText);
     void syncControls();
     void showError(const QString &title, const QString &text);
     QString chooseFile(const QString &caption, const QString &filter, const QString &suffix);
