@@ -25,7 +25,7 @@ private:
     quint64 m_state;
 };
 
-struct ParamSpec
+struct ParamKind
 {
     quint32 param;
     const char *label;
@@ -34,16 +34,16 @@ struct ParamSpec
     quint32 decimals;
 };
 
-struct DeviceSpec
+struct DeviceKind
 {
     quint32 product; // low 16 bits of the id
     const char *name;
-    std::vector<ParamSpec> params;
+    std::vector<ParamKind> params;
 };
 
-const std::vector<DeviceSpec> &deviceSpecs()
+const std::vector<DeviceKind> &deviceKinds()
 {
-    static const std::vector<DeviceSpec> specs = {
+    static const std::vector<DeviceKind> kinds = {
         {0x0A01,
          "Přijímač REX 12",
          {{1, "Napětí Rx", "V", 1, 2},
@@ -73,7 +73,7 @@ const std::vector<DeviceSpec> &deviceSpecs()
          "Teploměr dvojitý",
          {{1, "Teplota motoru", "°C", 1, 1}, {2, "Teplota regulátoru", "°C", 1, 1}}},
     };
-    return specs;
+    return kinds;
 }
 
 const char *const kMessages[] = {"Start motoru",       "Přistání",        "Nízké napětí přijímače",
@@ -111,22 +111,22 @@ TelemetryDataPackage LogGenerator::generate(const Options &options)
     const qint64 samplesPerVar = durationMs / stepMs + 1;
 
     for (int d = 0; d < deviceCount; ++d) {
-        const DeviceSpec &spec = deviceSpecs()[size_t(d) % deviceSpecs().size()];
-        const quint32 serial = quint32(1 + d / int(deviceSpecs().size()));
-        const quint32 id = spec.product | (serial << 16);
-        QString name = QString::fromUtf8(spec.name);
-        if (d >= int(deviceSpecs().size()))
+        const DeviceKind &kind = deviceKinds()[size_t(d) % deviceKinds().size()];
+        const quint32 serial = quint32(1 + d / int(deviceKinds().size()));
+        const quint32 id = kind.product | (serial << 16);
+        QString name = QString::fromUtf8(kind.name);
+        if (d >= int(deviceKinds().size()))
             name += QStringLiteral(" č. %1").arg(serial);
         const int index = package.addDevice(id, name);
         TelemetrySensor &device = package.devices()[index];
-        for (const ParamSpec &p : spec.params) {
+        for (const ParamKind &p : kind.params) {
             TelemetryVar var(id, p.param, QString::fromUtf8(p.label), QString::fromUtf8(p.unit));
             var.values().reserve(int(samplesPerVar));
             device.vars().append(var);
         }
 
         std::vector<Walk> walks;
-        for (const ParamSpec &p : spec.params) {
+        for (const ParamKind &p : kind.params) {
             const double scale = std::pow(10.0, p.decimals & 0xFF);
             const double centre = p.type == 0 ? rng.between(-40, 100) : rng.between(50, 250) * scale;
             walks.push_back({centre, centre, std::max(1.0, std::abs(centre) * 0.2)});
@@ -143,8 +143,8 @@ TelemetryDataPackage LogGenerator::generate(const Options &options)
             heading += rng.between(-0.05, 0.05);
             lat += std::cos(heading) * 0.00002;
             lon += std::sin(heading) * 0.00003;
-            for (int i = 0; i < int(spec.params.size()); ++i) {
-                const ParamSpec &p = spec.params[size_t(i)];
+            for (int i = 0; i < int(kind.params.size()); ++i) {
+                const ParamKind &p = kind.params[size_t(i)];
                 TelemetryValue v;
                 v.type = p.type;
                 v.decimals = p.decimals;
