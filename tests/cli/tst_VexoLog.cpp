@@ -5,25 +5,13 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include "tests/support/VexoLogRunner.h"
+
 #include <unistd.h>
 
 namespace {
-struct Result
-{
-    int code;
-    QByteArray out;
-    QByteArray err;
-};
-
-Result run(const QStringList &args)
-{
-    QProcess p;
-    p.start(QStringLiteral(VEXO_LOG_BINARY), args);
-    if (!p.waitForFinished(120000))
-        return {-1, {}, "timed out"};
-    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, p.readAllStandardOutput(),
-            p.readAllStandardError()};
-}
+using VexoLogRunner::Result;
+using VexoLogRunner::run;
 
 QByteArray readAll(const QString &path)
 {

@@ -3,6 +3,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include "tests/support/VexoLogRunner.h"
+
 namespace {
 struct Result
 {
@@ -13,13 +15,8 @@ struct Result
 
 Result run(const QStringList &args, const QProcessEnvironment &env = QProcessEnvironment::systemEnvironment())
 {
-    QProcess p;
-    p.setProcessEnvironment(env);
-    p.start(QStringLiteral(VEXO_LOG_BINARY), args);
-    if (!p.waitForFinished(120000))
-        return {-1, {}, "timed out"};
-    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1,
-            QString::fromUtf8(p.readAllStandardOutput()), QString::fromUtf8(p.readAllStandardError())};
+    const VexoLogRunner::Result r = VexoLogRunner::run(args, 120000, env);
+    return {r.code, QString::fromUtf8(r.out), QString::fromUtf8(r.err)};
 }
 
 QByteArray readAll(const QString &path)

@@ -6,6 +6,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include "tests/support/VexoLogRunner.h"
+
 namespace {
 // The bundled sample's GPS: device 0x0A10 of maker 1; params 1 latitude, 2 longitude, 3 altitude.
 const QString kGps = QString::number(0x0A10u | (1u << 16));
@@ -13,22 +15,8 @@ const QString kLat = kGps + QStringLiteral(":1");
 const QString kLon = kGps + QStringLiteral(":2");
 const QString kAlt = kGps + QStringLiteral(":3");
 
-struct Result
-{
-    int code;
-    QByteArray out;
-    QByteArray err;
-};
-
-Result run(const QStringList &args)
-{
-    QProcess p;
-    p.start(QStringLiteral(VEXO_LOG_BINARY), args);
-    if (!p.waitForFinished(120000))
-        return {-1, {}, "timed out"};
-    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, p.readAllStandardOutput(),
-            p.readAllStandardError()};
-}
+using VexoLogRunner::Result;
+using VexoLogRunner::run;
 
 QByteArray readAll(const QString &path)
 {

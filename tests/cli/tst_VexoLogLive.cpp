@@ -3,27 +3,16 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include "tests/support/VexoLogRunner.h"
+
 #include <csignal>
 
 namespace {
-struct Result
-{
-    int code;
-    QByteArray out;
-    QByteArray err;
-};
+using VexoLogRunner::Result;
 
 Result run(const QStringList &args, int timeoutMs = 60000)
 {
-    QProcess p;
-    p.start(QStringLiteral(VEXO_LOG_BINARY), args);
-    if (!p.waitForFinished(timeoutMs)) {
-        p.kill();
-        p.waitForFinished();
-        return {-1, p.readAllStandardOutput(), "timed out"};
-    }
-    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, p.readAllStandardOutput(),
-            p.readAllStandardError()};
+    return VexoLogRunner::run(args, timeoutMs);
 }
 } // namespace
 

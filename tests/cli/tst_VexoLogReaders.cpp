@@ -6,23 +6,11 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
-namespace {
-struct Result
-{
-    int code;
-    QByteArray out;
-    QByteArray err;
-};
+#include "tests/support/VexoLogRunner.h"
 
-Result run(const QStringList &args)
-{
-    QProcess p;
-    p.start(QStringLiteral(VEXO_LOG_BINARY), args);
-    if (!p.waitForFinished(120000))
-        return {-1, {}, "timed out"};
-    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, p.readAllStandardOutput(),
-            p.readAllStandardError()};
-}
+namespace {
+using VexoLogRunner::Result;
+using VexoLogRunner::run;
 
 QString data(const QString &relative)
 {

@@ -8,6 +8,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include "tests/support/VexoLogRunner.h"
+
 namespace {
 // The bundled sample: battery voltage (device 0x0A20 of maker 1, param 1), the GPS altitude (0x0A10, 3)
 // and the receiver's temperature (0x0A01, 4).
@@ -15,22 +17,8 @@ const quint32 kBattery = 0x0A20u | (1u << 16);
 const quint32 kGps = 0x0A10u | (1u << 16);
 const quint32 kReceiver = 0x0A01u | (1u << 16);
 
-struct Result
-{
-    int code;
-    QByteArray out;
-    QByteArray err;
-};
-
-Result run(const QStringList &args)
-{
-    QProcess p;
-    p.start(QStringLiteral(VEXO_LOG_BINARY), args);
-    if (!p.waitForFinished(120000))
-        return {-1, {}, "timed out"};
-    return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, p.readAllStandardOutput(),
-            p.readAllStandardError()};
-}
+using VexoLogRunner::Result;
+using VexoLogRunner::run;
 
 QByteArray readAll(const QString &path)
 {
