@@ -3,9 +3,8 @@
 #include <array>
 #include <cmath>
 
-namespace {
 // Exact powers of ten up to 1e22; dividing by them keeps 123 at 1 decimal reading exactly 12.3.
-const std::array<double, 256> &powersOfTen()
+const double *TelemetryValue::powersOfTen()
 {
     static const std::array<double, 256> table = [] {
         std::array<double, 256> t{};
@@ -13,9 +12,8 @@ const std::array<double, 256> &powersOfTen()
             t[size_t(i)] = std::pow(10.0, i);
         return t;
     }();
-    return table;
+    return table.data();
 }
-} // namespace
 
 double TelemetryValue::toNumber() const
 {

@@ -13,6 +13,9 @@ struct TelemetryValue
 
     // The number by the type rules; not unit-converted.
     double toNumber() const;
+    // The divisors of the plain numeric types, by decimal places (the low byte of decimals), for loops
+    // that convert many values of one kind and must give exactly what toNumber() gives.
+    static const double *powersOfTen();
 };
 Q_DECLARE_TYPEINFO(TelemetryValue, Q_PRIMITIVE_TYPE);
 Q_DECLARE_METATYPE(TelemetryValue)

@@ -2,8 +2,13 @@
 
 #include "telemetry/TelemetryUnits.h"
 
+#include <QThread>
+
 #include <algorithm>
+#include <atomic>
 #include <cstring>
+#include <system_error>
+#include <thread>
 
 namespace {
 quint64 header(const TelemetryValue &v)
@@ -52,6 +57,68 @@ void rawMinMax(const TelemetryValue *v, int begin, int end, double *minimum, dou
             ++i;
         }
     }
+}
+
+// Helper threads besides the caller's for work split over the cores.
+int helperThreads()
+{
+    return std::clamp(QThread::idealThreadCount() - 1, 0, 3);
+}
+
+// Runs work(i) for every i in [0, n), spread over the calling thread and helpers or on the caller alone,
+// and returns when all are done. Each i must touch only its own data.
+template <typename Work> void runShared(int n, bool spread, const Work &work)
+{
+    std::atomic<int> next{0};
+    const auto loop = [&] {
+        for (int i = next++; i < n; i = next++)
+            work(i);
+    };
+    std::vector<std::thread> helpers;
+    for (int h = spread ? std::min(helperThreads(), n - 1) : 0; h > 0; --h) {
+        try {
+            helpers.emplace_back(loop);
+        } catch (const std::system_error &) {
+            break; // no thread to be had: the caller does the rest
+        }
+    }
+    loop();
+    for (std::thread &t : helpers)
+        t.join();
+}
+
+// Smallest and largest number of one first-level block. Blocks are nearly always one device's plain numbers
+// with fixed decimals: those are compared as integers without branches, and only the two extremes are
+// converted.
+void blockMinMax(const TelemetryValue *v, const double *powersOfTen, double *minimum, double *maximum)
+{
+    constexpr int n = GraphDecimator::kBlock;
+    const quint64 h = header(v[0]);
+    quint64 differs = 0;
+    qint32 lo = v[0].value;
+    qint32 hi = v[0].value;
+    for (int k = 1; k < n; ++k) {
+        differs |= header(v[k]) ^ h;
+        const qint32 x = v[k].value;
+        lo = x < lo ? x : lo;
+        hi = x > hi ? x : hi;
+    }
+    if (differs == 0 && isLinear(v[0].type)) {
+        const double scale = powersOfTen[v[0].decimals & 0xFF];
+        *minimum = double(lo) / scale;
+        *maximum = double(hi) / scale;
+        return;
+    }
+    *minimum = std::numeric_limits<double>::infinity();
+    *maximum = -std::numeric_limits<double>::infinity();
+    rawMinMax(v, 0, n, minimum, maximum);
+}
+
+void summarizeBlocks(const TelemetryValue *v, int begin, int end, double *mins, double *maxs)
+{
+    const double *powersOfTen = TelemetryValue::powersOfTen();
+    for (int b = begin; b < end; ++b)
+        blockMinMax(v + qint64(b) * GraphDecimator::kBlock, powersOfTen, &mins[b], &maxs[b]);
 }
 
 // First index in [begin, end) whose timestamp is at or after t.
@@ -112,29 +179,105 @@ GraphDecimator::Entry &GraphDecimator::entryFor(quint64 key, const QVector<Telem
     return entry;
 }
 
+bool GraphDecimator::isCurrent(const Entry &entry, const QVector<TelemetryValue> &values,
+                               const Request &request)
+{
+    const int n = values.size();
+    return entry.count == n && entry.data == values.constData() && entry.request == request &&
+           (n == 0 || (sameSample(entry.firstSample, values.constFirst()) &&
+                       sameSample(entry.lastSample, values.constLast())));
+}
+
+void GraphDecimator::keep(Entry *entry, const QVector<TelemetryValue> &values, const Request &request)
+{
+    entry->request = request;
+    entry->data = values.constData();
+    entry->count = values.size();
+    if (!values.isEmpty()) {
+        entry->firstSample = values.constFirst();
+        entry->lastSample = values.constLast();
+    }
+}
+
 const GraphDecimator::Result &GraphDecimator::columns(quint64 key, const TelemetryVar &var,
                                                       const Request &request)
 {
     const QVector<TelemetryValue> &values = var.values();
     Entry &entry = entryFor(key, values);
-    const int n = values.size();
-    const bool sameData = entry.count == n && entry.data == values.constData() &&
-                          (n == 0 || (sameSample(entry.firstSample, values.constFirst()) &&
-                                      sameSample(entry.lastSample, values.constLast())));
-    if (sameData && entry.request == request) {
+    if (isCurrent(entry, values, request)) {
         ++m_hits;
         return entry.result;
     }
     ++m_misses;
     compute(var, request, &entry.summary, &entry.result);
-    entry.request = request;
-    entry.data = values.constData();
-    entry.count = n;
-    if (n > 0) {
-        entry.firstSample = values.constFirst();
-        entry.lastSample = values.constLast();
-    }
+    keep(&entry, values, request);
     return entry.result;
+}
+
+QVector<QPair<GraphDecimator::Entry *, const GraphDecimator::Job *>>
+GraphDecimator::entriesFor(const QVector<Job> &jobs)
+{
+    QVector<const Job *> firsts;
+    for (const Job &job : jobs) {
+        const auto seen = [&job](const Job *other) { return other->key == job.key; };
+        if (job.var && std::none_of(firsts.cbegin(), firsts.cend(), seen)) {
+            firsts.append(&job);
+            entryFor(job.key, job.var->values());
+        }
+    }
+    // Pointers only once every entry exists: an insert may move the others.
+    QVector<QPair<Entry *, const Job *>> entries;
+    for (const Job *job : qAsConst(firsts))
+        entries.append({&m_entries[job->key], job});
+    return entries;
+}
+
+void GraphDecimator::prepareRanges(const QVector<Job> &jobs)
+{
+    QVector<QPair<Entry *, const Job *>> pending;
+    qint64 samples = 0;
+    for (const auto &entry : entriesFor(jobs)) {
+        const int end = summaryEnd(entry.second->var->values(), entry.second->request);
+        if (end / kBlock > entry.first->summary.covered / kBlock) {
+            pending.append(entry);
+            samples += end - entry.first->summary.covered;
+        }
+    }
+    // One variable alone shares its own summary out; several are shared out whole.
+    const bool whole = pending.size() > 1 && samples >= kParallelSamples;
+    const auto work = [&pending, whole](int i) {
+        const Job &job = *pending.at(i).second;
+        extendSummary(job.var->values(), summaryEnd(job.var->values(), job.request),
+                      &pending.at(i).first->summary, !whole);
+    };
+    runShared(pending.size(), whole, work);
+}
+
+void GraphDecimator::prepareColumns(const QVector<Job> &jobs)
+{
+    QVector<QPair<Entry *, const Job *>> pending;
+    qint64 samples = 0;
+    for (const auto &entry : entriesFor(jobs)) {
+        const Job &job = *entry.second;
+        if (!isCurrent(*entry.first, job.var->values(), job.request)) {
+            pending.append(entry);
+            samples += job.var->count();
+        }
+    }
+    // Largest first, so that no core is left with a big one at the end.
+    std::stable_sort(pending.begin(), pending.end(), [](const auto &a, const auto &b) {
+        return a.second->var->count() > b.second->var->count();
+    });
+    const bool whole = pending.size() > 1 && samples >= kParallelSamples;
+    const auto work = [&pending, whole](int i) {
+        const Job &job = *pending.at(i).second;
+        compute(*job.var, job.request, &pending.at(i).first->summary, &pending.at(i).first->result, !whole);
+    };
+    runShared(pending.size(), whole, work);
+    for (const auto &entry : qAsConst(pending)) {
+        ++m_misses;
+        keep(entry.first, entry.second->var->values(), entry.second->request);
+    }
 }
 
 bool GraphDecimator::valueRange(quint64 key, const TelemetryVar &var, const Request &request, double *low,
@@ -195,10 +338,21 @@ int GraphDecimator::summarized(quint64 key) const
     return it == m_entries.constEnd() ? 0 : it->summary.covered;
 }
 
-void GraphDecimator::compute(const TelemetryVar &var, const Request &request, Summary *summary,
-                             Result *result)
+int GraphDecimator::summaryEnd(const QVector<TelemetryValue> &values, const Request &request)
 {
+    const TelemetryValue *v = values.constData();
+    const int n = values.size();
+    const int i0 = lowerBound(v, 0, n, request.from);
+    const int i1 = lowerBound(v, i0, n, request.from + request.span);
+    return i1 - i0 > kSummaryThreshold ? i1 : 0;
+}
+
+void GraphDecimator::compute(const TelemetryVar &var, const Request &request, Summary *summary,
+                             Result *result, bool share)
+{
+    static std::atomic<quint64> generations{0};
     *result = Result();
+    result->generation = ++generations;
     const QVector<TelemetryValue> &values = var.values();
     const int n = values.size();
     if (n == 0 || request.span <= 0 || request.width <= 0)
@@ -234,7 +388,7 @@ void GraphDecimator::compute(const TelemetryVar &var, const Request &request, Su
     if (i1 <= i0)
         return;
     if (i1 - i0 > kSummaryThreshold)
-        extendSummary(values, i1, summary);
+        extendSummary(values, i1, summary, share);
 
     result->columns.reserve(int(std::min<qint64>(width, i1 - i0)));
     double lo = std::numeric_limits<double>::infinity();
@@ -268,7 +422,8 @@ void GraphDecimator::compute(const TelemetryVar &var, const Request &request, Su
     result->maximum = hi;
 }
 
-void GraphDecimator::extendSummary(const QVector<TelemetryValue> &values, int upTo, Summary *summary)
+void GraphDecimator::extendSummary(const QVector<TelemetryValue> &values, int upTo, Summary *summary,
+                                   bool share)
 {
     const int blocks = upTo / kBlock;
     if (summary->minimum.empty()) {
@@ -279,15 +434,18 @@ void GraphDecimator::extendSummary(const QVector<TelemetryValue> &values, int up
     if (blocks <= have)
         return;
     const TelemetryValue *v = values.constData();
-    summary->minimum[0].reserve(size_t(blocks));
-    summary->maximum[0].reserve(size_t(blocks));
-    for (int b = have; b < blocks; ++b) {
-        double mn = std::numeric_limits<double>::infinity();
-        double mx = -std::numeric_limits<double>::infinity();
-        rawMinMax(v, b * kBlock, (b + 1) * kBlock, &mn, &mx);
-        summary->minimum[0].push_back(mn);
-        summary->maximum[0].push_back(mx);
-    }
+    summary->minimum[0].resize(size_t(blocks));
+    summary->maximum[0].resize(size_t(blocks));
+    double *mins = summary->minimum[0].data();
+    double *maxs = summary->maximum[0].data();
+    // A whole recording is read once here, which is more than one core can do within a frame. The records
+    // are only read and each share writes its own blocks, so the work splits without locks.
+    const int todo = blocks - have;
+    const int shares = share && todo >= kParallelBlocks ? helperThreads() + 1 : 1;
+    runShared(shares, shares > 1, [=](int k) {
+        summarizeBlocks(v, have + int(qint64(todo) * k / shares), have + int(qint64(todo) * (k + 1) / shares),
+                        mins, maxs);
+    });
     // Higher levels over whole blocks of the level below.
     for (size_t level = 1; summary->minimum[level - 1].size() >= size_t(kFanOut); ++level) {
         if (summary->minimum.size() <= level) {

@@ -3,6 +3,7 @@
 #include "telemetry/TelemetryVar.h"
 
 #include <QHash>
+#include <QPair>
 #include <QVector>
 
 #include <limits>
@@ -22,6 +23,9 @@ public:
     static constexpr qint32 kGapLimitMs = TelemetryVar::kGapLimitMs;
     // Spans with fewer samples are read straight from the records.
     static constexpr int kSummaryThreshold = 8192;
+    // Work (first-level blocks, or samples in a batch) from which it is shared among the cores.
+    static constexpr int kParallelBlocks = 8192;
+    static constexpr qint64 kParallelSamples = 1 << 20;
 
     struct Request
     {
@@ -70,6 +74,15 @@ public:
         int samples = 0;                                           // inside the span
         double minimum = std::numeric_limits<double>::quiet_NaN(); // over the span, NaN when empty
         double maximum = std::numeric_limits<double>::quiet_NaN();
+        quint64 generation = 0; // differs for every computed result, so what is drawn from it can be kept
+    };
+
+    // One variable's share of a drawing, for the batch calls below.
+    struct Job
+    {
+        quint64 key = 0;
+        const TelemetryVar *var = nullptr;
+        Request request;
     };
 
     // The cached result for key, recomputed when needed.
@@ -77,6 +90,10 @@ public:
     // The smallest and largest value in [from, from + span) in the requested unit, whatever the width;
     // for a span without samples, of the samples either side of it. False when there are none at all.
     bool valueRange(quint64 key, const TelemetryVar &var, const Request &request, double *low, double *high);
+    // What valueRange() and columns() would do for each job, with the variables spread over the cores; the
+    // calls that follow answer from what is ready. A key is prepared for its first job only.
+    void prepareRanges(const QVector<Job> &jobs);
+    void prepareColumns(const QVector<Job> &jobs);
     // Extends the block summary of key by up to maxSamples samples, so that a later wide span is quick;
     // true when it covers the variable. For idle time after a load.
     bool summarize(quint64 key, const TelemetryVar &var, int maxSamples);
@@ -113,8 +130,17 @@ private:
     };
 
     Entry &entryFor(quint64 key, const QVector<TelemetryValue> &values);
-    static void compute(const TelemetryVar &var, const Request &request, Summary *summary, Result *result);
-    static void extendSummary(const QVector<TelemetryValue> &values, int upTo, Summary *summary);
+    static bool isCurrent(const Entry &entry, const QVector<TelemetryValue> &values, const Request &request);
+    static void keep(Entry *entry, const QVector<TelemetryValue> &values, const Request &request);
+    // Entries of the jobs' first-seen keys, each with its job; the hash must not change while they are used.
+    QVector<QPair<Entry *, const Job *>> entriesFor(const QVector<Job> &jobs);
+    // share: the summary may split its work over the cores (false when the caller already does).
+    static void compute(const TelemetryVar &var, const Request &request, Summary *summary, Result *result,
+                        bool share = true);
+    static void extendSummary(const QVector<TelemetryValue> &values, int upTo, Summary *summary,
+                              bool share = true);
+    // The last sample index + 1 that a span's summary must cover, or 0 when the span is read directly.
+    static int summaryEnd(const QVector<TelemetryValue> &values, const Request &request);
     static void rangeMinMax(const QVector<TelemetryValue> &values, const Summary &summary, int begin, int end,
                             double *minimum, double *maximum);
     static void levelMinMax(const Summary &summary, int level, int begin, int end, double *minimum,

@@ -120,6 +120,15 @@ void GraphRenderer::layout(const Scene &scene, const QSize &size)
         request.unitTarget = s.unitTarget;
         return request;
     };
+    const auto jobsFor = [&](int width, bool ranges) {
+        QVector<GraphDecimator::Job> jobs;
+        for (const Series &s : qAsConst(m_scene.series)) {
+            if (s.var && (!ranges || s.item.autoRange))
+                jobs.append({s.item.pair().key(), s.var, requestFor(s, width)});
+        }
+        return jobs;
+    };
+    m_decimator->prepareRanges(jobsFor(1, true));
     for (const Series &s : qAsConst(m_scene.series)) {
         Axis axis;
         if (s.item.autoRange) {
@@ -166,6 +175,9 @@ void GraphRenderer::layout(const Scene &scene, const QSize &size)
 
     m_results.clear();
     m_results.reserve(n);
+    m_traces.resize(n);
+    if (m_plot.width() > 0)
+        m_decimator->prepareColumns(jobsFor(m_plot.width(), false));
     for (const Series &s : qAsConst(m_scene.series)) {
         if (s.var && m_plot.width() > 0)
             m_results.append(
@@ -232,17 +244,22 @@ void GraphRenderer::render(QImage *image) const
         for (double v : m_axes.at(i).ticks)
             hline(image, m_plot.left(), m_plot.right(), top + int(std::floor(m.rowOf(v) + 0.5)), color, 1, 2);
     }
-    for (GraphSeriesPainter::Pass pass : {GraphSeriesPainter::Fill, GraphSeriesPainter::Line}) {
-        for (int i = 0; i < m_results.size(); ++i) {
-            const GraphItem &item = m_scene.series.at(i).item;
-            GraphSeriesPainter::Style style;
-            style.color = seriesColor(item);
-            style.lineWidth = item.lineWidth;
-            style.fill = item.fill;
-            style.fillAlpha = item.fillAlpha;
-            GraphSeriesPainter::draw(image, mapping(i), m_results.at(i), style, pass);
-        }
+    // Every fill goes under every line.
+    QVector<GraphSeriesPainter::Layer> layers;
+    for (int i = 0; i < m_results.size(); ++i) {
+        const GraphItem &item = m_scene.series.at(i).item;
+        GraphSeriesPainter::Layer layer;
+        layer.mapping = mapping(i);
+        layer.result = &m_results.at(i);
+        layer.style.color = seriesColor(item);
+        layer.style.lineWidth = item.lineWidth;
+        layer.style.fill = item.fill;
+        layer.style.fillAlpha = item.fillAlpha;
+        layer.trace = &m_traces[i];
+        GraphSeriesPainter::draw(image, layer.mapping, *layer.result, layer.style, GraphSeriesPainter::Fill);
+        layers.append(layer);
     }
+    GraphSeriesPainter::drawLines(image, layers);
     const QRgb axis = theme.axis.rgb();
     hline(image, m_plot.left(), m_plot.right(), top, axis);
     hline(image, m_plot.left(), m_plot.right(), bottom, axis);
@@ -322,8 +339,10 @@ void GraphRenderer::drawAxis(QImage *image, QPainter *painter, int index) const
         const int y = m_plot.top() + int(std::floor(m.rowOf(v) + 0.5));
         hline(image, std::min(lineX, lineX + dir * kTick), std::max(lineX, lineX + dir * kTick), y,
               color.rgb());
-        const QString text =
-            fm.elidedText(GraphTicks::valueText(v, axis.decimals), Qt::ElideRight, labelWidth);
+        // Labels nearly always fit; measuring the prepared text is far cheaper than eliding.
+        QString text = GraphTicks::valueText(v, axis.decimals);
+        if (staticText(text).size().width() > labelWidth)
+            text = fm.elidedText(text, Qt::ElideRight, labelWidth);
         drawLabel(painter, text, lineX + dir * (kTick + kGap), y, axis.left ? Qt::AlignRight : Qt::AlignLeft);
     }
     // The title reads along the axis, on its outer side.

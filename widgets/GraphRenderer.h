@@ -16,6 +16,8 @@
 #include <QString>
 #include <QVector>
 
+#include <vector>
+
 class QImage;
 class QPainter;
 class TelemetryVar;
@@ -120,6 +122,8 @@ private:
     QRect m_plot;
     QVector<Axis> m_axes;
     QVector<GraphDecimator::Result> m_results;
+    // What the items' lines covered last time; a drawing of the same results skips tracing them again.
+    mutable std::vector<GraphSeriesPainter::Trace> m_traces;
     qint64 m_timeStep = 1000;
     QVector<qint64> m_timeTicks;
     mutable QHash<QString, QStaticText> m_texts;

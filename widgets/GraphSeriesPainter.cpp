@@ -104,44 +104,43 @@ private:
     int m_width;
 };
 
-// Writes the covered rows of every column. Tiles of 16 columns (a cache line of pixels) are written row by
-// row with a mask per pixel, so a tall span of noisy data costs a quarter of a store per pixel rather than
-// a store and a cache line per pixel.
-void writeSpans(QImage *image, const QRect &plot, const Coverage &line, QRgb color)
+using Trace = GraphSeriesPainter::Trace;
+constexpr int kTile = Trace::kTile;
+
+// Writes the covered rows of every tile row by row with a mask per pixel, so a tall span of noisy data
+// costs a quarter of a store per pixel rather than a store and a cache line per pixel.
+template <typename Tile>
+void writeTiles(QImage *image, const QRect &plot, const std::vector<Tile> &tiles, QRgb color)
 {
-    constexpr int kTile = 16;
-    const int width = plot.width();
-    const int height = plot.height();
     uchar *bits = image->bits();
     const qsizetype stride = image->bytesPerLine();
-    for (int c0 = 0; c0 < width; c0 += kTile) {
-        const int n = std::min(kTile, width - c0);
-        alignas(16) qint32 top[kTile];
-        alignas(16) qint32 bottom[kTile];
-        int first = INT_MAX;
-        int last = INT_MIN;
-        for (int k = 0; k < kTile; ++k) {
-            const bool covered = k < n && line.covered(c0 + k);
-            top[k] = covered ? std::max(0, line.top(c0 + k)) : INT_MAX;
-            bottom[k] = covered ? std::min(height - 1, line.bottom(c0 + k)) : INT_MIN;
-            if (top[k] <= bottom[k]) {
-                first = std::min(first, top[k]);
-                last = std::max(last, bottom[k]);
-            }
-        }
-        if (first > last)
-            continue;
-        uchar *row = bits + (plot.top() + first) * stride + (plot.left() + c0) * qsizetype(sizeof(QRgb));
+    for (size_t t = 0; t < tiles.size(); ++t) {
+        const Tile &tile = tiles[t];
+        uchar *row = bits + (plot.top() + tile.first) * stride +
+                     (plot.left() + int(t) * kTile) * qsizetype(sizeof(QRgb));
 #if defined(__SSE2__)
-        if (n == kTile) {
+        if (tile.columns == kTile) {
             const __m128i fill = _mm_set1_epi32(qint32(color));
-            for (int r = first; r <= last; ++r, row += stride) {
+            // Rows all four columns of a quad cover (most of a noisy trace) need no mask.
+            int innerTop[kTile / 4];
+            int innerBottom[kTile / 4];
+            for (int q = 0; q < kTile / 4; ++q) {
+                innerTop[q] = *std::max_element(tile.top + 4 * q, tile.top + 4 * q + 4);
+                innerBottom[q] = *std::min_element(tile.bottom + 4 * q, tile.bottom + 4 * q + 4);
+            }
+            for (int r = tile.first; r <= tile.last; ++r, row += stride) {
                 const __m128i at = _mm_set1_epi32(r);
                 auto *pixels = reinterpret_cast<__m128i *>(row);
                 for (int q = 0; q < kTile / 4; ++q) {
-                    const __m128i t = _mm_load_si128(reinterpret_cast<const __m128i *>(top + 4 * q));
-                    const __m128i b = _mm_load_si128(reinterpret_cast<const __m128i *>(bottom + 4 * q));
-                    const __m128i outside = _mm_or_si128(_mm_cmpgt_epi32(t, at), _mm_cmpgt_epi32(at, b));
+                    if (r >= innerTop[q] && r <= innerBottom[q]) {
+                        _mm_storeu_si128(pixels + q, fill);
+                        continue;
+                    }
+                    const __m128i top = _mm_load_si128(reinterpret_cast<const __m128i *>(tile.top + 4 * q));
+                    const __m128i bottom =
+                        _mm_load_si128(reinterpret_cast<const __m128i *>(tile.bottom + 4 * q));
+                    const __m128i outside =
+                        _mm_or_si128(_mm_cmpgt_epi32(top, at), _mm_cmpgt_epi32(at, bottom));
                     const __m128i old = _mm_loadu_si128(pixels + q);
                     _mm_storeu_si128(pixels + q, _mm_or_si128(_mm_and_si128(outside, old),
                                                               _mm_andnot_si128(outside, fill)));
@@ -150,14 +149,48 @@ void writeSpans(QImage *image, const QRect &plot, const Coverage &line, QRgb col
             continue;
         }
 #endif
-        for (int r = first; r <= last; ++r, row += stride) {
+        for (int r = tile.first; r <= tile.last; ++r, row += stride) {
             auto *pixels = reinterpret_cast<QRgb *>(row);
-            for (int k = 0; k < n; ++k) {
-                if (top[k] <= r && r <= bottom[k])
+            for (int k = 0; k < tile.columns; ++k) {
+                if (tile.top[k] <= r && r <= tile.bottom[k])
                     pixels[k] = color;
             }
         }
     }
+}
+
+// The rows a dense result's line passes through in each column, before thickening.
+Coverage lineCoverage(const GraphSeriesPainter::Mapping &mapping, const GraphDecimator::Result &result)
+{
+    Coverage line(mapping.plot.width());
+    const QVector<GraphDecimator::Column> &columns = result.columns;
+    const auto row = [&mapping](double v) { return mapping.rowOf(v); };
+    for (int i = 0; i < columns.size(); ++i) {
+        const GraphDecimator::Column &col = columns.at(i);
+        line.add(col.x, row(col.maximum), row(col.minimum));
+        if (i > 0 && !col.gapBefore) {
+            const GraphDecimator::Column &prev = columns.at(i - 1);
+            line.segment(prev.xLast, row(prev.last), col.xFirst, row(col.first));
+        }
+    }
+    const GraphDecimator::Edge &before = result.before;
+    const GraphDecimator::Edge &after = result.after;
+    if (columns.isEmpty()) {
+        if (before.valid && after.valid && !before.gap)
+            line.segment(before.x, row(before.value), after.x, row(after.value));
+    } else {
+        if (before.valid && !before.gap)
+            line.segment(before.x, row(before.value), columns.constFirst().xFirst,
+                         row(columns.constFirst().first));
+        if (after.valid && !after.gap)
+            line.segment(columns.constLast().xLast, row(columns.constLast().last), after.x, row(after.value));
+    }
+    return line;
+}
+
+QRgb opaque(const QColor &color)
+{
+    return color.rgba() | 0xFF000000u;
 }
 
 QColor withAlpha(QColor color, int alpha)
@@ -199,6 +232,63 @@ void GraphSeriesPainter::draw(QImage *image, const Mapping &mapping, const Graph
         drawSparse(image, mapping, result, style, pass);
 }
 
+void GraphSeriesPainter::drawLines(QImage *image, const QVector<Layer> &layers)
+{
+    for (const Layer &layer : layers) {
+        if (!image || !layer.result || layer.mapping.plot.width() <= 0 || layer.mapping.plot.height() <= 0)
+            continue;
+        if (isDense(*layer.result, layer.mapping.plot.width()))
+            drawDenseLine(image, layer);
+        else
+            drawSparse(image, layer.mapping, *layer.result, layer.style, Line);
+    }
+}
+
+void GraphSeriesPainter::drawDenseLine(QImage *image, const Layer &layer)
+{
+    const Mapping &mapping = layer.mapping;
+    const QRect &plot = mapping.plot;
+    if (plot.intersected(image->rect()) != plot)
+        return; // the plot always lies inside the image it was laid out for
+    const int lineWidth = std::max(1, int(std::lround(layer.style.lineWidth)));
+    Trace local;
+    Trace &trace = layer.trace ? *layer.trace : local;
+    const GraphDecimator::Result &result = *layer.result;
+    if (trace.m_tiles.empty() || trace.m_generation != result.generation || trace.m_lineWidth != lineWidth ||
+        trace.m_mapping.plot != plot || trace.m_mapping.low != mapping.low ||
+        trace.m_mapping.high != mapping.high) {
+        Coverage line = lineCoverage(mapping, result);
+        line.thicken(lineWidth);
+        const int width = plot.width();
+        const int height = plot.height();
+        trace.m_tiles.assign(size_t((width + kTile - 1) / kTile), Trace::Tile());
+        for (size_t t = 0; t < trace.m_tiles.size(); ++t) {
+            Trace::Tile &tile = trace.m_tiles[t];
+            const int c0 = int(t) * kTile;
+            tile.columns = std::min(kTile, width - c0);
+            tile.first = INT_MAX;
+            tile.last = INT_MIN;
+            for (int k = 0; k < kTile; ++k) {
+                const bool covered = k < tile.columns && line.covered(c0 + k);
+                tile.top[k] = covered ? std::max(0, line.top(c0 + k)) : INT_MAX;
+                tile.bottom[k] = covered ? std::min(height - 1, line.bottom(c0 + k)) : INT_MIN;
+                if (tile.top[k] <= tile.bottom[k]) {
+                    tile.first = std::min(tile.first, tile.top[k]);
+                    tile.last = std::max(tile.last, tile.bottom[k]);
+                }
+            }
+            if (tile.first > tile.last) {
+                tile.first = 0;
+                tile.last = -1;
+            }
+        }
+        trace.m_generation = result.generation;
+        trace.m_mapping = mapping;
+        trace.m_lineWidth = lineWidth;
+    }
+    writeTiles(image, plot, trace.m_tiles, opaque(layer.style.color));
+}
+
 void GraphSeriesPainter::drawDense(QImage *image, const Mapping &mapping,
                                    const GraphDecimator::Result &result, const Style &style, Pass pass)
 {
@@ -207,32 +297,9 @@ void GraphSeriesPainter::drawDense(QImage *image, const Mapping &mapping,
         return; // the plot always lies inside the image it was laid out for
     const int width = plot.width();
     const int height = plot.height();
-    Coverage line(width);
-    const QVector<GraphDecimator::Column> &columns = result.columns;
-    const auto row = [&mapping](double v) { return mapping.rowOf(v); };
-    for (int i = 0; i < columns.size(); ++i) {
-        const GraphDecimator::Column &col = columns.at(i);
-        line.add(col.x, row(col.maximum), row(col.minimum));
-        if (i > 0 && !col.gapBefore) {
-            const GraphDecimator::Column &prev = columns.at(i - 1);
-            line.segment(prev.xLast, row(prev.last), col.xFirst, row(col.first));
-        }
-    }
-    const GraphDecimator::Edge &before = result.before;
-    const GraphDecimator::Edge &after = result.after;
-    if (columns.isEmpty()) {
-        if (before.valid && after.valid && !before.gap)
-            line.segment(before.x, row(before.value), after.x, row(after.value));
-    } else {
-        if (before.valid && !before.gap)
-            line.segment(before.x, row(before.value), columns.constFirst().xFirst,
-                         row(columns.constFirst().first));
-        if (after.valid && !after.gap)
-            line.segment(columns.constLast().xLast, row(columns.constLast().last), after.x, row(after.value));
-    }
-
     if (pass & Fill) {
         // The area under the line, one polygon per stretch without gaps.
+        const Coverage line = lineCoverage(mapping, result);
         QPainter painter(image);
         painter.setPen(Qt::NoPen);
         painter.setBrush(withAlpha(style.color, style.fillAlpha));
@@ -253,11 +320,13 @@ void GraphSeriesPainter::drawDense(QImage *image, const Mapping &mapping,
             painter.drawPolygon(area);
         }
     }
-
-    if (!(pass & Line))
-        return;
-    line.thicken(std::max(1, int(std::lround(style.lineWidth))));
-    writeSpans(image, plot, line, style.color.rgba() | 0xFF000000u);
+    if (pass & Line) {
+        Layer layer;
+        layer.mapping = mapping;
+        layer.result = &result;
+        layer.style = style;
+        drawDenseLine(image, layer);
+    }
 }
 
 void GraphSeriesPainter::drawSparse(QImage *image, const Mapping &mapping,

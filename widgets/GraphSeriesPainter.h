@@ -4,6 +4,9 @@
 
 #include <QColor>
 #include <QRect>
+#include <QVector>
+
+#include <vector>
 
 class QImage;
 
@@ -42,14 +45,50 @@ public:
         Both = Fill | Line
     };
 
+    // A dense item's line as the rows it covers in each tile of 16 pixel columns (a cache line of pixels).
+    // It depends only on the decimated result, the mapping and the line width, so the caller keeps it from
+    // one drawing to the next and a change of colour or theme does not trace the line again.
+    class Trace
+    {
+    public:
+        static constexpr int kTile = 16;
+
+    private:
+        friend class GraphSeriesPainter;
+        struct Tile
+        {
+            alignas(16) qint32 top[kTile];
+            alignas(16) qint32 bottom[kTile];
+            int first = 0;
+            int last = -1;
+            int columns = 0;
+        };
+        quint64 m_generation = 0;
+        Mapping m_mapping;
+        int m_lineWidth = 0;
+        std::vector<Tile> m_tiles;
+    };
+
+    // One item's part in a drawing.
+    struct Layer
+    {
+        Mapping mapping;
+        const GraphDecimator::Result *result = nullptr;
+        Style style;
+        Trace *trace = nullptr; // optional, kept by the caller
+    };
+
     // True when the result is drawn as pixel columns.
     static bool isDense(const GraphDecimator::Result &result, int width);
     // image must be Format_RGB32 or Format_ARGB32_Premultiplied; nothing is drawn outside mapping.plot.
     // The fill is drawn only when the style asks for it.
     static void draw(QImage *image, const Mapping &mapping, const GraphDecimator::Result &result,
                      const Style &style, Pass pass = Both);
+    // The lines of several items, each over the ones before, as if drawn one by one.
+    static void drawLines(QImage *image, const QVector<Layer> &layers);
 
 private:
+    static void drawDenseLine(QImage *image, const Layer &layer);
     static void drawDense(QImage *image, const Mapping &mapping, const GraphDecimator::Result &result,
                           const Style &style, Pass pass);
     static void drawSparse(QImage *image, const Mapping &mapping, const GraphDecimator::Result &result,

@@ -1,6 +1,7 @@
 #include "telemetry/TelemetryUnits.h"
 #include "telemetry/TelemetryVar.h"
 #include "widgets/GraphDecimator.h"
+#include "widgets/GraphRenderer.h"
 #include "widgets/GraphSeriesPainter.h"
 
 #include <QImage>
@@ -148,6 +149,9 @@ private slots:
     void valueRangeMatchesColumns();
     void cacheFollowsDataSpanAndSize();
     void summaryFollowsAppendsAndCuts();
+    void batchMatchesEverySample();
+    void keptTracesFollowChanges_data();
+    void keptTracesFollowChanges();
     void drawsSameExtremesAsEveryPoint_data();
     void drawsSameExtremesAsEveryPoint();
     void gapsAreNotJoined_data();
@@ -341,6 +345,129 @@ void tst_GraphDecimator::summaryFollowsAppendsAndCuts()
         ++slices;
     QVERIFY(slices >= 6);
     QCOMPARE(idle.summarized(2), var.count() / GraphDecimator::kBlock * GraphDecimator::kBlock);
+}
+
+void tst_GraphDecimator::batchMatchesEverySample()
+{
+    // Enough samples that the variables are shared out over the cores, one of them with blocks whose
+    // samples do not share one kind; the same key twice must not be worked on twice at once.
+    QVector<TelemetryVar> vars;
+    vars << makeVar(400000, 10, Noise) << makeVar(300000, 13, MixedTypes) << makeVar(350000, 10, Gaps)
+         << makeVar(500, 10, Noise);
+    QVector<GraphDecimator::Job> jobs;
+    for (int k = 0; k < vars.size(); ++k) {
+        GraphDecimator::Job job;
+        job.key = quint64(k + 1);
+        job.var = &vars.at(k);
+        job.request.from = 1000 + 777 * k;
+        job.request.span = 3900000;
+        job.request.width = 700 + k;
+        jobs << job;
+    }
+    GraphDecimator::Job again = jobs.at(0);
+    again.request.width = 90;
+    jobs << again << GraphDecimator::Job(); // a second request for key 1, and an item without its variable
+
+    GraphDecimator decimator;
+    decimator.prepareRanges(jobs);
+    for (int k = 0; k < vars.size(); ++k) {
+        double low = 0;
+        double high = 0;
+        QVERIFY(decimator.valueRange(jobs.at(k).key, vars.at(k), jobs.at(k).request, &low, &high));
+        const GraphDecimator::Result want = bruteForce(vars.at(k), jobs.at(k).request);
+        QCOMPARE(low, want.minimum);
+        QCOMPARE(high, want.maximum);
+    }
+    decimator.prepareColumns(jobs);
+    const int misses = decimator.misses();
+    QCOMPARE(misses, vars.size());
+    for (int k = 0; k < vars.size(); ++k) {
+        const GraphDecimator::Result &got = decimator.columns(jobs.at(k).key, vars.at(k), jobs.at(k).request);
+        const GraphDecimator::Result want = bruteForce(vars.at(k), jobs.at(k).request);
+        QCOMPARE(got.columns.size(), want.columns.size());
+        for (int i = 0; i < want.columns.size(); ++i) {
+            const GraphDecimator::Column &g = got.columns.at(i);
+            const GraphDecimator::Column &w = want.columns.at(i);
+            QVERIFY2(g.x == w.x && g.count == w.count && g.first == w.first && g.last == w.last &&
+                         g.minimum == w.minimum && g.maximum == w.maximum,
+                     qPrintable(QStringLiteral("variable %1, column %2").arg(k).arg(w.x)));
+        }
+    }
+    QCOMPARE(decimator.misses(), misses); // all answered from what was prepared
+}
+
+void tst_GraphDecimator::keptTracesFollowChanges_data()
+{
+    QTest::addColumn<QString>("change");
+    QTest::newRow("colour") << "colour";
+    QTest::newRow("theme") << "theme";
+    QTest::newRow("manual range") << "range";
+    QTest::newRow("line width") << "width";
+    QTest::newRow("new samples") << "samples";
+    QTest::newRow("window size") << "size";
+    QTest::newRow("span") << "span";
+}
+
+void tst_GraphDecimator::keptTracesFollowChanges()
+{
+    // A renderer keeps each line's traced rows between drawings; after any change its image must be the
+    // one a renderer that never drew before makes.
+    QFETCH(QString, change);
+    TelemetryVar voltage = makeVar(60000, 20, Noise);
+    TelemetryVar current = makeVar(30000, 40, Gaps);
+    GraphRenderer::Scene scene;
+    scene.from = 0;
+    scene.window = 1200000;
+    scene.timeGrid = true;
+    for (const TelemetryVar *var : {&voltage, &current}) {
+        GraphRenderer::Series s;
+        s.var = var;
+        s.item.deviceId = var->deviceId();
+        s.item.param = var->param() + quint32(scene.series.size());
+        s.item.color = GraphTheme::itemColor(scene.series.size());
+        s.label = QStringLiteral("%1 [%2]").arg(var->label(), var->unit());
+        scene.series << s;
+    }
+    QSize size(900, 500);
+    GraphDecimator keptDecimator;
+    GraphRenderer kept(&keptDecimator);
+    QImage image(size, QImage::Format_ARGB32_Premultiplied);
+    kept.layout(scene, size);
+    kept.render(&image);
+
+    if (change == QLatin1String("colour"))
+        scene.series[0].item.color = Qt::magenta;
+    else if (change == QLatin1String("theme"))
+        scene.theme = GraphTheme::Black;
+    else if (change == QLatin1String("range")) {
+        scene.series[0].item.autoRange = false;
+        scene.series[0].item.minimum = -50;
+        scene.series[0].item.maximum = 20;
+    } else if (change == QLatin1String("width"))
+        scene.series[1].item.lineWidth = 4;
+    else if (change == QLatin1String("samples")) {
+        for (int i = 0; i < 2000; ++i)
+            voltage.append(raw(1, 1, i % 7 == 0 ? 30000 : -100, voltage.values().constLast().timestamp + 20));
+        scene.window = 1300000;
+        kept.layout(scene, size); // live following: the window moves with the data
+        kept.render(&image);
+        for (int i = 0; i < 50; ++i)
+            voltage.append(raw(1, 1, -90000, voltage.values().constLast().timestamp + 20));
+    } else if (change == QLatin1String("size"))
+        size = QSize(700, 420);
+    else
+        scene.from = 55555;
+
+    image = QImage(size, QImage::Format_ARGB32_Premultiplied);
+    kept.layout(scene, size);
+    kept.render(&image);
+    GraphDecimator freshDecimator;
+    GraphRenderer fresh(&freshDecimator);
+    QImage want(size, QImage::Format_ARGB32_Premultiplied);
+    fresh.layout(scene, size);
+    fresh.render(&want);
+    QVERIFY(GraphSeriesPainter::isDense(fresh.result(0), fresh.plotRect().width()));
+    QCOMPARE(image, want);
 }
 
 void tst_GraphDecimator::drawsSameExtremesAsEveryPoint_data()
