@@ -318,7 +318,7 @@ bool GraphDecimator::summarize(quint64 key, const TelemetryVar &var, int maxSamp
         return true;
     Entry &entry = entryFor(key, values);
     const int target = int(std::min<qint64>(values.size(), qint64(entry.summary.covered) + maxSamples));
-    extendSummary(values, target, &entry.summary);
+    extendSummary(values, target, &entry.summary, false); // idle work in small slices stays on this thread
     return entry.summary.covered >= values.size() / kBlock * kBlock;
 }
 
