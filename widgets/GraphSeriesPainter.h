@@ -52,9 +52,7 @@ public:
     {
     public:
         static constexpr int kTile = 16;
-
-    private:
-        friend class GraphSeriesPainter;
+        // Rows first..last hold the line somewhere in the tile; column k covers top[k]..bottom[k].
         struct Tile
         {
             alignas(16) qint32 top[kTile];
@@ -63,6 +61,9 @@ public:
             int last = -1;
             int columns = 0;
         };
+
+    private:
+        friend class GraphSeriesPainter;
         quint64 m_generation = 0;
         Mapping m_mapping;
         int m_lineWidth = 0;
@@ -78,6 +79,9 @@ public:
         Trace *trace = nullptr; // optional, kept by the caller
     };
 
+    // Whether lines may be written with the processor's 256-bit instructions when it has them (the
+    // default); tests turn it off to see the 128-bit path give the same pixels.
+    static void setWideVectors(bool allowed);
     // True when the result is drawn as pixel columns.
     static bool isDense(const GraphDecimator::Result &result, int width);
     // image must be Format_RGB32 or Format_ARGB32_Premultiplied; nothing is drawn outside mapping.plot.

@@ -152,6 +152,7 @@ private slots:
     void batchMatchesEverySample();
     void keptTracesFollowChanges_data();
     void keptTracesFollowChanges();
+    void vectorPathsAgree();
     void drawsSameExtremesAsEveryPoint_data();
     void drawsSameExtremesAsEveryPoint();
     void gapsAreNotJoined_data();
@@ -468,6 +469,39 @@ void tst_GraphDecimator::keptTracesFollowChanges()
     fresh.render(&want);
     QVERIFY(GraphSeriesPainter::isDense(fresh.result(0), fresh.plotRect().width()));
     QCOMPARE(image, want);
+}
+
+void tst_GraphDecimator::vectorPathsAgree()
+{
+    // Lines are written 8 or 4 pixels at a time depending on the processor; both must give one image,
+    // with thick and thin lines over grid and fill, and a plot whose width is no multiple of either.
+    TelemetryVar noisy = makeVar(90000, 10, Noise);
+    TelemetryVar gappy = makeVar(40000, 20, Gaps);
+    GraphRenderer::Scene scene;
+    scene.window = 900000;
+    scene.timeGrid = true;
+    for (const TelemetryVar *var : {&noisy, &gappy}) {
+        GraphRenderer::Series s;
+        s.var = var;
+        s.item.param = quint32(scene.series.size() + 1);
+        s.item.color = GraphTheme::itemColor(scene.series.size());
+        s.item.lineWidth = scene.series.isEmpty() ? 1 : 5;
+        s.item.fill = !scene.series.isEmpty();
+        s.item.showGrid = true;
+        scene.series << s;
+    }
+    const QSize size(1013, 377);
+    QImage images[2];
+    for (bool wide : {true, false}) {
+        GraphSeriesPainter::setWideVectors(wide);
+        GraphDecimator decimator;
+        GraphRenderer renderer(&decimator);
+        images[wide ? 0 : 1] = QImage(size, QImage::Format_ARGB32_Premultiplied);
+        renderer.layout(scene, size);
+        renderer.render(&images[wide ? 0 : 1]);
+    }
+    GraphSeriesPainter::setWideVectors(true);
+    QCOMPARE(images[0], images[1]);
 }
 
 void tst_GraphDecimator::drawsSameExtremesAsEveryPoint_data()
