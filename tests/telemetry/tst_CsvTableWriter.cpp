@@ -1,6 +1,7 @@
 #include "telemetry/CsvTableWriter.h"
 #include "telemetry/TableSampler.h"
 #include "telemetry/TelemetryVar.h"
+#include "tests/support/TestSamples.h"
 
 #include <QBuffer>
 #include <QDir>
@@ -13,16 +14,6 @@
 #include <limits>
 
 namespace {
-TelemetryValue sample(qint32 ts, qint32 value, quint32 decimals = 0)
-{
-    TelemetryValue v;
-    v.type = 4;
-    v.decimals = decimals;
-    v.value = value;
-    v.timestamp = ts;
-    return v;
-}
-
 TelemetryVar makeVar(const QVector<TelemetryValue> &samples, const QString &label, const QString &unit)
 {
     TelemetryVar v(65539, 3, label, unit);

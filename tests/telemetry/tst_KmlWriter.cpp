@@ -1,19 +1,10 @@
 #include "telemetry/KmlWriter.h"
+#include "tests/support/TestSamples.h"
 
 #include <QTemporaryDir>
 #include <QtTest>
 
 namespace {
-TelemetryValue raw(quint32 type, quint32 decimals, qint32 value, qint32 ts)
-{
-    TelemetryValue v;
-    v.type = type;
-    v.decimals = decimals;
-    v.value = value;
-    v.timestamp = ts;
-    return v;
-}
-
 // A GPS coordinate the way the devices send it: degrees above bit 16, thousandths of minutes below.
 TelemetryValue coord(int degrees, int milliMinutes, quint32 flags, qint32 ts)
 {

@@ -1,6 +1,7 @@
 #include "telemetry/LogFileLoader.h"
 #include "telemetry/LogFileWriter.h"
 #include "telemetry/LogGenerator.h"
+#include "tests/support/TestSamples.h"
 
 #include <QBuffer>
 #include <QtTest>
@@ -9,16 +10,6 @@
 namespace {
 constexpr quint32 kA = 1u | (2u << 16);
 constexpr quint32 kB = 65535u << 16;
-
-TelemetryValue raw(quint32 type, quint32 decimals, qint32 value, qint32 ts)
-{
-    TelemetryValue v;
-    v.type = type;
-    v.decimals = decimals;
-    v.value = value;
-    v.timestamp = ts;
-    return v;
-}
 
 TelemetryVar makeVar(quint32 id, quint32 param, const QString &label, const QString &unit,
                      const QVector<TelemetryValue> &values)

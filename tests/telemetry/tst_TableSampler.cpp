@@ -1,5 +1,6 @@
 #include "telemetry/TableSampler.h"
 #include "telemetry/TelemetryVar.h"
+#include "tests/support/TestSamples.h"
 
 #include <QRandomGenerator>
 #include <QtTest>
@@ -8,17 +9,6 @@
 #include <vector>
 
 namespace {
-// A type 4 number with the given decimals.
-TelemetryValue sample(qint32 ts, qint32 value, quint32 decimals = 0)
-{
-    TelemetryValue v;
-    v.type = 4;
-    v.decimals = decimals;
-    v.value = value;
-    v.timestamp = ts;
-    return v;
-}
-
 using Samples = QVector<TelemetryValue>;
 
 TelemetryVar makeVar(const Samples &samples, const QString &label = QStringLiteral("Voltage"),

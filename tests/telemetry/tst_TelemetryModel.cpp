@@ -1,22 +1,13 @@
 #include "telemetry/TelemetryDataPackage.h"
 #include "telemetry/TelemetryUnits.h"
 #include "telemetry/TelemetryVar.h"
+#include "tests/support/TestSamples.h"
 
 #include <QtTest>
 
 #include <cmath>
 
 namespace {
-TelemetryValue raw(quint32 type, quint32 decimals, qint32 value, qint32 ts = 0)
-{
-    TelemetryValue v;
-    v.type = type;
-    v.decimals = decimals;
-    v.value = value;
-    v.timestamp = ts;
-    return v;
-}
-
 TelemetryVar varWith(const QVector<QPair<qint32, qint32>> &samples, const QString &unit = QString())
 {
     TelemetryVar var(1, 1, QStringLiteral("x"), unit);

@@ -1,5 +1,6 @@
 #include "telemetry/TelemetryUnits.h"
 #include "telemetry/TelemetryVar.h"
+#include "tests/support/TestSamples.h"
 #include "widgets/GraphDecimator.h"
 #include "widgets/GraphRenderer.h"
 #include "widgets/GraphSeriesPainter.h"
@@ -13,16 +14,6 @@
 #include <cmath>
 
 namespace {
-TelemetryValue raw(quint32 type, quint32 decimals, qint32 value, qint32 ts)
-{
-    TelemetryValue v;
-    v.type = type;
-    v.decimals = decimals;
-    v.value = value;
-    v.timestamp = ts;
-    return v;
-}
-
 enum Shape
 {
     Noise,      // random values, occasional spikes

@@ -4,6 +4,7 @@
 #include "telemetry/TableSampler.h"
 #include "telemetry/TelemetryData.h"
 #include "telemetry/TelemetryMetaTypes.h"
+#include "tests/support/TestSamples.h"
 #include "widgets/DataTableModel.h"
 #include "widgets/LayoutJsonReader.h"
 #include "widgets/LayoutJsonWriter.h"
@@ -31,27 +32,17 @@ namespace {
 constexpr quint32 kBattery = 65539u;
 constexpr quint32 kAltimeter = 65540u;
 
-TelemetryValue raw(qint32 ts, qint32 value, quint32 decimals = 0)
-{
-    TelemetryValue v;
-    v.type = 4;
-    v.decimals = decimals;
-    v.value = value;
-    v.timestamp = ts;
-    return v;
-}
-
 // Battery voltage 10 V at 0 ms and 20 V at 1000 ms; altitude 100 m at 0 ms and 300 m at 2000 ms (a gap).
 TelemetryDataPackage fixture()
 {
     TelemetryDataPackage p;
     int i = p.addDevice(kBattery, QStringLiteral("Battery"));
     TelemetryVar voltage(kBattery, 1, QStringLiteral("Voltage"), QStringLiteral("V"));
-    voltage.values() = {raw(0, 10), raw(1000, 20)};
+    voltage.values() = {sample(0, 10), sample(1000, 20)};
     p.devices()[i].vars() << voltage;
     i = p.addDevice(kAltimeter, QStringLiteral("Altimeter"));
     TelemetryVar altitude(kAltimeter, 1, QStringLiteral("Altitude"), QStringLiteral("m"));
-    altitude.values() = {raw(0, 100), raw(2000, 300)};
+    altitude.values() = {sample(0, 100), sample(2000, 300)};
     p.devices()[i].vars() << altitude;
     return p;
 }
@@ -63,7 +54,7 @@ TelemetryDataPackage longFixture()
     const int i = p.addDevice(kBattery, QStringLiteral("Battery"));
     TelemetryVar voltage(kBattery, 1, QStringLiteral("Voltage"), QStringLiteral("V"));
     for (int k = 0; k <= 3000; ++k)
-        voltage.append(raw(k * 100, 1200 + k % 50, 2));
+        voltage.append(sample(k * 100, 1200 + k % 50, 2));
     p.devices()[i].vars() << voltage;
     return p;
 }
@@ -363,12 +354,12 @@ void tst_WidgetDataTable::liveValuesExtendTheTable()
         QVector<TelemetrySample> samples;
         // A batch may begin at the time the previous one ended.
         if (batch > 0)
-            samples.append({kBattery, 2, raw(t - 130, 7 * batch, 1)});
+            samples.append({kBattery, 2, sample(t - 130, 7 * batch, 1)});
         for (int k = 0; k < 7; ++k, t += 130) {
-            samples.append({kBattery, 1, raw(t, 1000 + batch * 10 + k, 2)});
+            samples.append({kBattery, 1, sample(t, 1000 + batch * 10 + k, 2)});
             // The current arrives half as often and sometimes twice at the same time.
             if (k % 2 == 0)
-                samples.append({kBattery, 2, raw(t, batch * 100 + k, 1)});
+                samples.append({kBattery, 2, sample(t, batch * 100 + k, 1)});
         }
         m_store->appendSamples(samples);
         m_window->dataUpdated(m_store->sensors());

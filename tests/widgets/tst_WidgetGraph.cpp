@@ -1,6 +1,7 @@
 #include "telemetry/MemorySensorTable.h"
 #include "telemetry/TelemetryData.h"
 #include "telemetry/TelemetryMetaTypes.h"
+#include "tests/support/TestSamples.h"
 #include "widgets/GraphRenderer.h"
 #include "widgets/LayoutJsonReader.h"
 #include "widgets/LayoutJsonWriter.h"
@@ -28,16 +29,6 @@
 namespace {
 constexpr quint32 kDevice = 5;
 constexpr qint32 kEnd = 600000; // ten minutes at 10 Hz
-
-TelemetryValue raw(quint32 type, quint32 decimals, qint32 value, qint32 ts)
-{
-    TelemetryValue v;
-    v.type = type;
-    v.decimals = decimals;
-    v.value = value;
-    v.timestamp = ts;
-    return v;
-}
 
 // A ten-minute flight: altitude climbing 1 m a second, the battery falling, two alarms and a text.
 TelemetryDataPackage flight()

@@ -1,5 +1,6 @@
 #include "telemetry/TelemetryData.h"
 #include "telemetry/TelemetryMetaTypes.h"
+#include "tests/support/TestSamples.h"
 #include "widgets/LayoutJsonWriter.h"
 #include "widgets/SensorDragData.h"
 #include "widgets/WidgetLogSensors.h"
@@ -17,16 +18,6 @@ namespace {
 constexpr quint32 kUnnamed = 17u | (300u << 16);
 constexpr quint32 kGps = 65536u;
 constexpr quint32 kThird = 65539u;
-
-TelemetryValue raw(quint32 type, quint32 decimals, qint32 value, qint32 ts)
-{
-    TelemetryValue v;
-    v.type = type;
-    v.decimals = decimals;
-    v.value = value;
-    v.timestamp = ts;
-    return v;
-}
 
 TelemetryVar makeVar(quint32 id, quint32 param, const QString &label, const QString &unit, int samples,
                      quint32 type = 1, quint32 decimals = 0)
