@@ -87,6 +87,8 @@ qint64 CSVLogLoader::parseTime(const QString &text)
 bool CSVLogLoader::load(QIODevice *device, TelemetryDataPackage *package)
 {
     m_skippedRows = 0;
+    LogReadReport &r = report();
+    r = LogReadReport();
     if (!device || !device->isOpen() || !package) {
         setError(tr("The input is not open"));
         return false;
@@ -106,6 +108,10 @@ bool CSVLogLoader::load(QIODevice *device, TelemetryDataPackage *package)
     qint64 lastTime = -1;
     qint64 dayOffset = 0;
     QString firstBadRow;
+    const auto skipRow = [&](qint64 lineNumber) {
+        ++m_skippedRows;
+        r.skip(lineNumber);
+    };
     for (qint64 lineNumber = 1;; ++lineNumber) {
         QByteArray bytes = device->readLine(kMaxLineLength);
         if (bytes.isEmpty()) {
@@ -118,9 +124,14 @@ bool CSVLogLoader::load(QIODevice *device, TelemetryDataPackage *package)
             // Not a table row: drop the rest of the line.
             while (!bytes.isEmpty() && !bytes.endsWith('\n'))
                 bytes = device->readLine(kMaxLineLength);
-            ++m_skippedRows;
+            r.lines = lineNumber;
+            skipRow(lineNumber);
             continue;
         }
+        r.lines = lineNumber;
+        // The export ends every row; a last row without its line end that is also short or damaged
+        // was cut off, and is reported as that rather than as a damaged row.
+        const bool unterminated = !bytes.endsWith('\n');
         if (lineNumber == 1 && bytes.startsWith("\xEF\xBB\xBF"))
             bytes.remove(0, 3);
         const QString line = QString::fromUtf8(bytes).trimmed();
@@ -135,6 +146,7 @@ bool CSVLogLoader::load(QIODevice *device, TelemetryDataPackage *package)
                 return false;
             }
             haveHeader = true;
+            ++r.readLines;
             for (int c = 1; c < cells.size(); ++c) {
                 Column column;
                 splitHeader(cells.at(c), &column.label, &column.unit);
@@ -148,7 +160,12 @@ bool CSVLogLoader::load(QIODevice *device, TelemetryDataPackage *package)
                 firstBadRow = tr("line %1: \"%2\" is not a time of the form H:mm:ss.zzz")
                                   .arg(lineNumber)
                                   .arg(cells.at(0).left(40));
-            ++m_skippedRows;
+            if (unterminated) {
+                ++m_skippedRows;
+                r.truncated = true;
+            } else {
+                skipRow(lineNumber);
+            }
             continue;
         }
         // Row times are times of day: past 24 hours they start again at 0:00:00.000.
@@ -158,12 +175,14 @@ bool CSVLogLoader::load(QIODevice *device, TelemetryDataPackage *package)
             time += kDayMs;
         }
         if ((lastTime >= 0 && time < lastTime) || time > std::numeric_limits<qint32>::max()) {
-            ++m_skippedRows;
+            skipRow(lineNumber);
             continue;
         }
         lastTime = time;
         ++rows;
         const qint32 ts = std::max(kEarliestMs, qint32(time));
+        // Every row of the export has a cell per column, empty where there is no value.
+        bool whole = cells.size() == int(columns.size()) + 1;
         for (int c = 1; c < cells.size() && c <= int(columns.size()); ++c) {
             QString text = cells.at(c).trimmed();
             if (text.isEmpty())
@@ -172,13 +191,21 @@ bool CSVLogLoader::load(QIODevice *device, TelemetryDataPackage *package)
             text.replace(QLatin1Char(','), QLatin1Char('.'));
             bool ok = false;
             const double value = text.toDouble(&ok);
-            if (!ok || !std::isfinite(value))
+            if (!ok || !std::isfinite(value)) {
+                whole = false;
                 continue;
+            }
             Column &column = columns[size_t(c - 1)];
             column.cells.emplace_back(ts, value);
             column.decimals = std::max(column.decimals, std::min(kMaxDecimals, fractionDigits(text)));
             column.largest = std::max(column.largest, std::fabs(value));
         }
+        if (whole)
+            ++r.readLines;
+        else if (unterminated)
+            r.truncated = true;
+        else
+            r.skip(lineNumber);
         if (rows % 4096 == 0 && !reportProgress(consumed, total))
             return false;
     }
@@ -223,7 +250,7 @@ bool CSVLogLoader::load(QIODevice *device, TelemetryDataPackage *package)
 }
 
 bool CSVLogLoader::readFile(const QString &path, TelemetryDataPackage *package, SensorTable *sensors,
-                            QString *error)
+                            QString *error, QString *warning)
 {
     const auto fail = [error](const QString &reason) {
         if (error)
@@ -243,5 +270,7 @@ bool CSVLogLoader::readFile(const QString &path, TelemetryDataPackage *package, 
     CSVLogLoader loader(sensors);
     if (!loader.load(&file, package))
         return fail(tr("%1: %2").arg(path, loader.lastError()));
+    if (warning)
+        *warning = damageWarning(path, loader.readReport());
     return true;
 }

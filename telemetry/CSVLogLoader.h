@@ -24,9 +24,10 @@ public:
     bool load(QIODevice *device, TelemetryDataPackage *package) override;
 
     // Reads a file with this reader the way the store reads logs: the package is named after the file
-    // and dated by its modification time. error: "<path>: <reason>".
+    // and dated by its modification time. error: "<path>: <reason>"; warning: what could not be read,
+    // empty when the whole file read (LogFileLoader::damageWarning).
     static bool readFile(const QString &path, TelemetryDataPackage *package, SensorTable *sensors,
-                         QString *error);
+                         QString *error, QString *warning = nullptr);
 
     // "Speed [km/h]" -> "Speed", "km/h"; a header without a bracketed unit is all label.
     static void splitHeader(const QString &header, QString *label, QString *unit);

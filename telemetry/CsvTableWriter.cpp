@@ -1,4 +1,5 @@
 #include "telemetry/CsvTableWriter.h"
+#include "telemetry/AtomicFile.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -131,7 +132,7 @@ bool CsvTableWriter::write(TableSource &table, const QString &path, const TableS
             m_error = tr("%1: %2").arg(name, m_error);
         return false;
     }
-    if (!file.commit())
+    if (!AtomicFile::commit(file))
         return fail(tr("%1: %2").arg(name, file.errorString()));
     return true;
 }

@@ -1,4 +1,5 @@
 #include "telemetry/KmlWriter.h"
+#include "telemetry/AtomicFile.h"
 
 #include <QFileInfo>
 #include <QLocale>
@@ -135,7 +136,7 @@ bool KmlWriter::save(const QString &path, const QByteArray &document, QString *e
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly))
         return fail(tr("cannot write: %1").arg(file.errorString()));
-    if (file.write(document) != document.size() || !file.commit())
+    if (file.write(document) != document.size() || !AtomicFile::commit(file))
         return fail(tr("cannot write: %1").arg(file.errorString()));
     return true;
 }

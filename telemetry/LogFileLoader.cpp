@@ -16,10 +16,33 @@ constexpr qint64 kMaxLineLength = 16 << 20;
 // Sample storage is sized from the density seen so far once this much has been read.
 constexpr qint64 kEstimateAfterBytes = 1 << 20;
 
-qint64 toInt64(const QString &field)
+// Unparsable fields read as 0 and clear *whole; surrounding white space (a CR before the LF) is harmless.
+qint64 toInt64(const QString &field, bool *whole)
 {
-    // Unparsable fields read as 0; surrounding white space (a CR before the LF) is harmless.
-    return field.toLongLong();
+    bool ok = false;
+    const qint64 v = field.toLongLong(&ok);
+    if (!ok)
+        *whole = false;
+    return v;
+}
+
+bool deviceIdReads(const QString &field)
+{
+    bool low = false;
+    bool high = true;
+    if (field.size() == 10) {
+        field.leftRef(5).toInt(&low);
+        field.midRef(5).toInt(&high);
+    } else {
+        field.toUInt(&low);
+    }
+    return low && high;
+}
+
+// White space only (a CR left of a CRLF, indentation): no line at all rather than a damaged one.
+bool isBlank(const char *begin, const char *end)
+{
+    return std::all_of(begin, end, [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); });
 }
 
 void applyUnitConversion(TelemetryVar *var, const QString &unitConversion)
@@ -50,6 +73,22 @@ quint32 LogFileLoader::parseDeviceId(const QString &field)
         return low | (high << 16);
     }
     return field.toUInt();
+}
+
+QString LogFileLoader::damageWarning(const QString &fileName, const LogReadReport &report)
+{
+    QString damage;
+    if (report.skippedLines == 1)
+        damage = tr("1 damaged line was skipped or only partly read (line %1)").arg(report.firstSkippedLine);
+    else if (report.skippedLines > 1)
+        damage = tr("%1 damaged lines were skipped or only partly read (the first at line %2)")
+                     .arg(report.skippedLines)
+                     .arg(report.firstSkippedLine);
+    if (!report.truncated)
+        return damage.isEmpty() ? QString() : tr("%1: %2").arg(fileName, damage);
+    if (damage.isEmpty())
+        return tr("%1: the file ends in the middle of a line (cut short?)").arg(fileName);
+    return tr("%1: %2; the file ends in the middle of a line (cut short?)").arg(fileName, damage);
 }
 
 bool LogFileLoader::reportProgress(qint64 done, qint64 total)
@@ -228,71 +267,89 @@ void LogFileLoader::appendValue(quint32 id, quint32 param, const TelemetryValue 
     values.append(v);
 }
 
-void LogFileLoader::parseMessage(const QStringList &fields, int textIndex, qint32 ts, quint32 id,
+bool LogFileLoader::parseMessage(const QStringList &fields, int textIndex, qint32 ts, quint32 id,
                                  TelemetryDataPackage *package)
 {
+    // The text, then either nothing or the message type and value: anything else is a text with ";"
+    // in it, which cut the line apart.
+    bool whole = fields.size() == textIndex + 1 || fields.size() == textIndex + 3;
     // The writer encodes message text as UTF-8 inside an otherwise Windows-1250 line: undo that.
     TelemetryMessage message;
     message.timestamp = ts;
     message.deviceId = id;
     message.text = QString::fromUtf8(m_codec->fromUnicode(fields.at(textIndex))).trimmed();
     if (fields.size() >= textIndex + 3) {
-        message.type = qint32(toInt64(fields.at(textIndex + 1)));
-        message.value = qint32(toInt64(fields.at(textIndex + 2)));
+        message.type = qint32(toInt64(fields.at(textIndex + 1), &whole));
+        message.value = qint32(toInt64(fields.at(textIndex + 2), &whole));
     }
     if (message.type == TelemetryMessage::kAlarmType && message.value > 0 && message.value < 256) {
         message.alarm = quint8(message.value);
         if (!package->acceptAlarm(message.alarm, ts))
-            return;
+            return whole;
     }
     package->messages().append(message);
+    return whole;
 }
 
-void LogFileLoader::parseLine(const QStringList &fields, TelemetryDataPackage *package)
+bool LogFileLoader::parseLine(const QStringList &fields, TelemetryDataPackage *package)
 {
     if (fields.isEmpty())
-        return;
+        return false;
     if (m_package != package)
         beginPackage(package, -1);
-    const qint64 ts64 = toInt64(fields.at(0));
+    // A line whose time, sender or param does not read is ignored rather than read as zeros: a
+    // damaged time of 0 would make it a description line renaming a variable of device 0.
+    bool whole = true;
+    const qint64 ts64 = toInt64(fields.at(0), &whole);
+    if (!whole || fields.size() < 2 || !deviceIdReads(fields.at(1)))
+        return false;
     const qint32 ts = qint32(ts64);
     if (ts64 != 0)
         package->noteTimestamp(ts);
-    if (fields.size() < 2)
-        return;
     const quint32 id = parseDeviceId(fields.at(1));
     if (ts64 == 0) {
         if (fields.size() < 3)
-            return;
-        const quint32 param = quint32(toInt64(fields.at(2)));
+            return false;
+        const quint32 param = quint32(toInt64(fields.at(2), &whole));
+        if (!whole)
+            return false;
         const QString label = fields.value(3).trimmed();
+        // Id, param, label and unit (a device's unit field may be missing); more fields mean a label
+        // or unit with ";" in it.
+        whole = whole && fields.size() <= 5 && fields.size() >= (param == 0 ? 4 : 5);
         if (param == 0)
             describeDevice(package, id, label);
         else
             describeParam(package, id, param, label, fields.value(4).trimmed());
-        return;
+        return whole;
     }
     for (int i = 2; i + 3 < fields.size(); i += 4) {
-        const quint32 param = quint32(toInt64(fields.at(i)));
-        const quint32 type = quint32(toInt64(fields.at(i + 1)));
-        if (type == TelemetryTypes::Text) {
-            parseMessage(fields, i + 3, ts, id, package);
-            return;
-        }
+        bool groupReads = true;
+        const quint32 param = quint32(toInt64(fields.at(i), &groupReads));
+        const quint32 type = quint32(toInt64(fields.at(i + 1), &groupReads));
+        if (groupReads && type == TelemetryTypes::Text)
+            return parseMessage(fields, i + 3, ts, id, package) && whole;
         TelemetryValue v;
         v.type = type;
-        v.decimals = quint32(toInt64(fields.at(i + 2)));
-        const qint64 raw = toInt64(fields.at(i + 3));
+        v.decimals = quint32(toInt64(fields.at(i + 2), &groupReads));
+        const qint64 raw = toInt64(fields.at(i + 3), &groupReads);
+        // A group that does not read is left out; the others of the line still count.
+        whole = whole && groupReads;
+        if (!groupReads)
+            continue;
         v.value = type == 0 ? qint8(raw) : type == 1 ? qint16(raw) : qint32(raw);
         v.timestamp = ts;
         appendValue(id, param, v, package);
     }
+    // At least one group, and no partial group at the end.
+    return whole && fields.size() >= 6 && (fields.size() - 2) % 4 == 0;
 }
 
 // Value lines are most of a log and pure ASCII numbers: parse them straight from the bytes. Anything
 // unusual (a message, white space, a sign other than "-", an empty or huge field, a non-ASCII byte)
 // returns false and goes the general way, so both ways give the same result.
-bool LogFileLoader::parseValueLineFast(const char *begin, const char *end, TelemetryDataPackage *package)
+bool LogFileLoader::parseValueLineFast(const char *begin, const char *end, TelemetryDataPackage *package,
+                                       bool *whole)
 {
     qint64 f[kMaxFastFields];
     int nf = 0;
@@ -339,6 +396,7 @@ bool LogFileLoader::parseValueLineFast(const char *begin, const char *end, Telem
         if (quint32(f[3 + 4 * g]) == TelemetryTypes::Text)
             return false;
     }
+    *whole = groups > 0 && (nf - 2) % 4 == 0;
     const qint32 ts = qint32(f[0]);
     package->noteTimestamp(ts);
     quint32 id;
@@ -371,9 +429,16 @@ void LogFileLoader::processLine(const char *begin, const char *end, TelemetryDat
             package->setDescription(package->description() + text);
         return;
     }
-    if (parseValueLineFast(begin, end, package))
-        return;
-    parseLine(m_codec->toUnicode(begin, int(end - begin)).split(QLatin1Char(';')), package);
+    bool whole = false;
+    if (!parseValueLineFast(begin, end, package, &whole)) {
+        if (isBlank(begin, end))
+            return;
+        whole = parseLine(m_codec->toUnicode(begin, int(end - begin)).split(QLatin1Char(';')), package);
+    }
+    if (Q_LIKELY(whole))
+        ++m_report.readLines;
+    else
+        m_report.skip(m_lineNumber);
 }
 
 bool LogFileLoader::load(QIODevice *device, TelemetryDataPackage *package)
@@ -384,6 +449,7 @@ bool LogFileLoader::load(QIODevice *device, TelemetryDataPackage *package)
     }
     const qint64 total = device->isSequential() ? -1 : device->size() - device->pos();
     beginPackage(package, total);
+    m_report = LogReadReport();
 
     // Small inputs (database blobs, tests) need no full-size chunk.
     const qint64 bufferSize =
@@ -427,8 +493,17 @@ bool LogFileLoader::load(QIODevice *device, TelemetryDataPackage *package)
             p = nl + 1;
         }
         if (atEnd) {
-            if (p < end)
+            if (p < end) {
+                // A line without its line feed: the writer ends every line, so the file was cut here.
+                // That is reported once as the truncation, not again as a damaged line.
+                const LogReadReport before = m_report;
                 processLine(p, end, package);
+                if (!isBlank(p, end)) {
+                    m_report.skippedLines = before.skippedLines;
+                    m_report.firstSkippedLine = before.firstSkippedLine;
+                    m_report.truncated = true;
+                }
+            }
             break;
         }
         carry = end - p;
@@ -437,6 +512,7 @@ bool LogFileLoader::load(QIODevice *device, TelemetryDataPackage *package)
         if (carry == buffer.size()) {
             if (buffer.size() >= kMaxLineLength) {
                 ++m_lineNumber;
+                m_report.skip(m_lineNumber);
                 skipping = true;
                 carry = 0;
             } else {
@@ -448,6 +524,7 @@ bool LogFileLoader::load(QIODevice *device, TelemetryDataPackage *package)
             break;
         }
     }
+    m_report.lines = m_lineNumber;
     finishPackage(package);
     return ok;
 }

@@ -13,6 +13,23 @@ class QIODevice;
 class QTextCodec;
 class SensorTable;
 
+// What a reader could not read: so that a damaged or cut-off file does not pass for a whole one.
+struct LogReadReport
+{
+    qint64 lines = 0;            // lines (XML: storages, descriptions and entities) looked at
+    qint64 readLines = 0;        // of them, data read in full (headers and blank lines are neither)
+    qint64 skippedLines = 0;     // damaged: skipped, or read only in part
+    qint64 firstSkippedLine = 0; // line number of the first damaged one, from 1; 0 when none
+    bool truncated = false;      // the input ends in the middle of a line (not counted as skipped)
+
+    bool isClean() const { return skippedLines == 0 && !truncated; }
+    void skip(qint64 line)
+    {
+        if (skippedLines++ == 0 || line < firstSkippedLine)
+            firstSkippedLine = line;
+    }
+};
+
 // The native log reader, and the base of every log reader: it owns the line parser that the XML
 // reader shares, the sensor-table consultation, progress and cancellation.
 class LogFileLoader
@@ -34,11 +51,17 @@ public:
     // not open; false also on a read error or when cancelled (see lastError()).
     virtual bool load(QIODevice *device, TelemetryDataPackage *package);
 
-    // Applies one line, already split at ";", to the package.
-    void parseLine(const QStringList &fields, TelemetryDataPackage *package);
+    // Applies one line, already split at ";", to the package. False when the line is damaged (a field
+    // that is not a number where one belongs, too few fields, a partial value group); what could be
+    // read of it is applied all the same.
+    bool parseLine(const QStringList &fields, TelemetryDataPackage *package);
 
     void setProgressHandler(ProgressHandler handler) { m_progress = std::move(handler); }
     QString lastError() const { return m_lastError; }
+    // What the last load() could not read.
+    const LogReadReport &readReport() const { return m_report; }
+    // The report in a sentence for the user, starting with the file name; empty when it is clean.
+    static QString damageWarning(const QString &fileName, const LogReadReport &report);
     SensorTable *sensorTable() const { return m_sensors; }
 
     // The sensor-table consultation shared by every reader and the live link.
@@ -65,6 +88,7 @@ protected:
     void finishPackage(TelemetryDataPackage *package);
     void setConsumed(qint64 consumed) { m_consumed = consumed; }
     QTextCodec *codec() const { return m_codec; }
+    LogReadReport &report() { return m_report; }
 
 private:
     struct DeviceSlot
@@ -78,8 +102,9 @@ private:
     static constexpr int kMaxFastFields = 2 + 4 * 256;
 
     void processLine(const char *begin, const char *end, TelemetryDataPackage *package);
-    bool parseValueLineFast(const char *begin, const char *end, TelemetryDataPackage *package);
-    void parseMessage(const QStringList &fields, int textIndex, qint32 ts, quint32 id,
+    // False when the line is not for the fast way; otherwise *whole says whether it was undamaged.
+    bool parseValueLineFast(const char *begin, const char *end, TelemetryDataPackage *package, bool *whole);
+    bool parseMessage(const QStringList &fields, int textIndex, qint32 ts, quint32 id,
                       TelemetryDataPackage *package);
     DeviceSlot *slotFor(quint32 id);
     void refreshSlot(int slot, TelemetryDataPackage *package);
@@ -89,6 +114,7 @@ private:
     QTextCodec *m_codec = nullptr;
     ProgressHandler m_progress;
     QString m_lastError;
+    LogReadReport m_report;
 
     TelemetryDataPackage *m_package = nullptr;
     std::vector<DeviceSlot> m_slots;

@@ -1,5 +1,8 @@
 #include "telemetry/LogFileWriter.h"
 
+#include "telemetry/AtomicFile.h"
+
+#include <QFileInfo>
 #include <QTextCodec>
 #include <QtGlobal>
 
@@ -157,4 +160,16 @@ QByteArray LogFileWriter::write(const TelemetryDataPackage &package)
                QByteArray::number(type) + ';' + QByteArray::number(value) + '\n';
     }
     return out;
+}
+
+bool LogFileWriter::writeFile(const TelemetryDataPackage &package, const QString &path, QString *error)
+{
+    return AtomicFile::write(path, write(package), error);
+}
+
+QString LogFileWriter::withLogSuffix(const QString &path)
+{
+    if (path.isEmpty() || !QFileInfo(path).suffix().isEmpty())
+        return path;
+    return path + QStringLiteral(".log");
 }

@@ -257,13 +257,18 @@ void NMEALogLoader::takeAttributes(const QGeoPositionInfo &info, bool rmc)
         m_epoch.vSpeed = vSpeed;
 }
 
-void NMEALogLoader::handleSentence(const char *data, int size)
+bool NMEALogLoader::handleSentence(const char *data, int size)
 {
-    if (size < 6 || data[0] != '$')
-        return;
-    if (!hasValidChecksum(data, size))
-        return;
+    // The checksum is what tells a damaged sentence from a whole one.
+    if (size < 6 || data[0] != '$' || !hasValidChecksum(data, size))
+        return false;
     ++m_sentences;
+    applySentence(data, size);
+    return true;
+}
+
+void NMEALogLoader::applySentence(const char *data, int size)
+{
     // Satellites in view, proprietary and route sentences carry no fix, but they did tell NMEA from any
     // other text.
     const Sentence type = sentenceType(data);
@@ -521,6 +526,7 @@ bool NMEALogLoader::load(QIODevice *device, TelemetryDataPackage *package)
     }
     for (QVector<TelemetryValue> &v : m_values)
         v.clear();
+    report() = LogReadReport();
     m_epoch = Epoch();
     m_today = QDate::currentDate();
     m_haveFix = false;
@@ -535,9 +541,19 @@ bool NMEALogLoader::load(QIODevice *device, TelemetryDataPackage *package)
     beginPackage(package, total);
 
     // Each "$" starts a sentence, wherever it stands: receivers glue sentences together, and binary
-    // frames or terminal escapes end up in front of them.
-    const auto processLine = [this](const char *p, const char *end) {
+    // frames or terminal escapes end up in front of them. A line is damaged when a sentence in it fails
+    // its checksum, or when it holds no sentence at all; blank lines, comments ("#") and encapsulated
+    // sentences ("!", AIS and the like) are neither read nor damaged.
+    LogReadReport &r = report();
+    const auto processLine = [this, &r](const char *p, const char *end, bool unterminated) {
+        ++r.lines;
+        bool accepted = false;
+        bool rejected = false;
         const char *start = static_cast<const char *>(std::memchr(p, '$', size_t(end - p)));
+        const char *text = std::find_if(p, end, [](char c) { return c != ' ' && (c < '\t' || c > '\r'); });
+        const bool aside = text == end || *text == '#' || *text == '!';
+        if (!start && aside)
+            return;
         while (start) {
             const char *next =
                 static_cast<const char *>(std::memchr(start + 1, '$', size_t(end - start - 1)));
@@ -547,10 +563,21 @@ bool NMEALogLoader::load(QIODevice *device, TelemetryDataPackage *package)
                 stop = star + 3;
             while (stop > start && static_cast<unsigned char>(stop[-1]) <= ' ')
                 --stop;
-            if (stop - start <= 255) // NMEA allows 82 characters; anything far longer is junk
-                handleSentence(start, int(stop - start));
+            // NMEA allows 82 characters; anything far longer is junk.
+            if (stop - start <= 255 && handleSentence(start, int(stop - start)))
+                accepted = true;
+            else
+                rejected = true;
             start = next;
         }
+        if (accepted)
+            ++r.readLines;
+        if ((accepted && !rejected) || aside)
+            return;
+        if (unterminated)
+            r.truncated = true; // the last line, cut off: its last sentence cannot check out
+        else
+            r.skip(r.lines);
     };
 
     QByteArray buffer(int(total >= 0 ? std::min(kChunkSize, std::max<qint64>(total + 1, 4096)) : kChunkSize),
@@ -574,17 +601,18 @@ bool NMEALogLoader::load(QIODevice *device, TelemetryDataPackage *package)
             const char *nl = static_cast<const char *>(std::memchr(p, '\n', size_t(end - p)));
             if (!nl)
                 break;
-            processLine(p, nl);
+            processLine(p, nl, false);
             p = nl + 1;
         }
         if (n == 0) {
-            processLine(p, end);
+            if (p < end)
+                processLine(p, end, true);
             break;
         }
         carry = end - p;
         // A buffer without a line end is not NMEA; its sentences (if any) are taken as they stand.
         if (carry == buffer.size()) {
-            processLine(p, end);
+            processLine(p, end, false);
             carry = 0;
         } else if (carry > 0 && p != buffer.constData()) {
             std::memmove(buffer.data(), p, size_t(carry));

@@ -84,7 +84,9 @@ private:
         int gsaSatellites = 0;
     };
 
-    void handleSentence(const char *data, int size);
+    // False when the bytes are not a sentence with a valid checksum.
+    bool handleSentence(const char *data, int size);
+    void applySentence(const char *data, int size);
     void beginEpoch(int tod);
     void finishEpoch();
     void emitEpoch(qint32 ts, const QDate &date);

@@ -22,7 +22,9 @@ qint64 TableSampler::rowsFor(const TelemetryVar &var, int periodMs)
     if (var.values().isEmpty() || periodMs <= 0)
         return 0;
     const qint64 last = var.values().constLast().timestamp;
-    return last < 0 ? 0 : last / periodMs + 1;
+    // Up to the first step at or after the last sample: a last sample between two steps still gets the
+    // row that holds it, instead of the final part of the flight falling off the table.
+    return last < 0 ? 0 : (last + periodMs - 1) / periodMs + 1;
 }
 
 namespace {

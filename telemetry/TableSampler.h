@@ -23,7 +23,8 @@ public:
     static int modeFor(bool smooth, bool valid);
     // "%1 [%2]": the label and the unit the values are shown in.
     static QString headerText(const TelemetryVar &var);
-    // Rows a variable covers: from time 0 until the step passes its last sample; 0 without samples.
+    // Rows a variable covers: from time 0 up to the first step at or after its last sample; 0 without
+    // samples or when it ends before time 0.
     static qint64 rowsFor(const TelemetryVar &var, int periodMs);
     // Where a walk through one variable's samples stands: the search position, and the numbers of the
     // samples around it, which the rows between two samples share.

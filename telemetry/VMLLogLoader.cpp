@@ -114,6 +114,7 @@ bool VMLLogLoader::load(QIODevice *device, TelemetryDataPackage *package)
         setError(tr("The input is not open"));
         return false;
     }
+    report() = LogReadReport();
     const qint64 total = device->isSequential() ? -1 : device->size() - device->pos();
     const auto tooLarge = [this](qint64 size) {
         setError(tr("The file is too large for an XML log (%1 MB; at most %2 MB are read)")
@@ -179,12 +180,20 @@ bool VMLLogLoader::load(QIODevice *device, TelemetryDataPackage *package)
     const qint64 half = total >= 0 ? total / 2 : 0;
     qint64 done = 0;
     beginPackage(package, -1);
+    LogReadReport &r = report();
     bool ok = true;
     for (const Storage &s : storages) {
         const quint32 id = parseDeviceId(s.element.attribute(QStringLiteral("dataStorageID")).trimmed());
         describeDevice(package, id, s.element.attribute(QStringLiteral("name")).trimmed());
+        r.lines += 1 + qint64(s.descriptions.size()) + qint64(s.entities.size());
+        ++r.readLines;
         for (const QDomElement &d : s.descriptions) {
-            const quint32 param = d.attribute(QStringLiteral("attrID")).trimmed().toUInt();
+            bool numbered = false;
+            const quint32 param = d.attribute(QStringLiteral("attrID")).trimmed().toUInt(&numbered);
+            if (numbered)
+                ++r.readLines;
+            else
+                r.skip(d.lineNumber());
             // Param 0 names the device itself, which its storage already did.
             if (param != 0)
                 describeParam(package, id, param, d.attribute(QStringLiteral("name")).trimmed(),
@@ -194,7 +203,11 @@ bool VMLLogLoader::load(QIODevice *device, TelemetryDataPackage *package)
         for (const QDomElement &e : s.entities) {
             QStringList fields = e.attribute(QStringLiteral("plainData")).split(QLatin1Char(';'));
             fields.insert(1, idField);
-            parseLine(fields, package);
+            // Damage is reported by the line of the element, which is what an editor shows.
+            if (parseLine(fields, package))
+                ++r.readLines;
+            else
+                r.skip(e.lineNumber());
             ++done;
             const qint64 position = total > 0 ? half + (total - half) * done / entityCount : done;
             if (done % kProgressEvery == 0 && !reportProgress(position, total)) {

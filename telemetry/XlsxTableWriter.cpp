@@ -1,4 +1,5 @@
 #include "telemetry/XlsxTableWriter.h"
+#include "telemetry/AtomicFile.h"
 
 #include "telemetry/XlsxLibrary.h"
 
@@ -142,7 +143,7 @@ bool XlsxTableWriter::write(TableSource &table, const QString &path, const Table
     }
     if (finished.error() != QFileDevice::NoError)
         return fail(tr("%1: %2").arg(QDir::toNativeSeparators(finished.fileName()), finished.errorString()));
-    if (!file.commit())
+    if (!AtomicFile::commit(file))
         return fail(tr("%1: %2").arg(name, file.errorString()));
     return true;
 }

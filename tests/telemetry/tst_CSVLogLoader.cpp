@@ -20,6 +20,7 @@ struct Loaded
     QString error;
     TelemetryDataPackage package;
     int skipped = 0;
+    LogReadReport report;
 };
 
 Loaded load(const QByteArray &bytes, SensorTable *sensors = nullptr)
@@ -32,6 +33,7 @@ Loaded load(const QByteArray &bytes, SensorTable *sensors = nullptr)
     r.ok = loader.load(&buffer, &r.package);
     r.error = loader.lastError();
     r.skipped = loader.skippedRows();
+    r.report = loader.readReport();
     return r;
 }
 
@@ -142,6 +144,7 @@ void tst_CSVLogLoader::readsWhatTheTableWriterWrites()
     const Loaded r = load(buffer.data());
     QVERIFY2(r.ok, qPrintable(r.error));
     QCOMPARE(r.skipped, 0);
+    QVERIFY(r.report.isClean());
     const QVector<TelemetryVar> &vars = r.package.devices().at(0).vars();
     QCOMPARE(vars.size(), 3);
     QCOMPARE(vars.at(1).label(), QStringLiteral("Rychlost"));
@@ -275,6 +278,11 @@ void tst_CSVLogLoader::lineEndsAndBom()
     QVERIFY(r.ok);
     QCOMPARE(var(r.package, 1)->label(), QStringLiteral("A"));
     QCOMPARE(values(var(r.package, 1)), QStringLiteral("1000:1 2000:2"));
+    // A whole last row without its line end is no cut; a short one is.
+    QVERIFY(r.report.isClean());
+    const Loaded cut = load("Time;A [m];B [V]\n0:00:01.000;1.00;5.00\n0:00:02.000;2.0");
+    QVERIFY(cut.report.truncated);
+    QCOMPARE(cut.report.skippedLines, qint64(0));
 }
 
 void tst_CSVLogLoader::badRowsSkipped()
@@ -285,6 +293,10 @@ void tst_CSVLogLoader::badRowsSkipped()
                           QByteArray(3 << 20, '9') + "\n0:00:03.000;5.00;8.00;99.00\n");
     QVERIFY(r.ok);
     QCOMPARE(r.skipped, 3);
+    // Lines 3 to 7 are damaged: besides the three skipped, the short row and the long one.
+    QCOMPARE(r.report.skippedLines, qint64(5));
+    QCOMPARE(r.report.firstSkippedLine, qint64(3));
+    QVERIFY(!r.report.truncated);
     QCOMPARE(values(var(r.package, 1)), QStringLiteral("1000:1 2000:4 3000:5"));
     QCOMPARE(values(var(r.package, 2)), QStringLiteral("1000:5 3000:8"));
 }

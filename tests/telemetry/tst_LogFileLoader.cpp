@@ -1,8 +1,10 @@
 #include "telemetry/LogFileLoader.h"
 #include "telemetry/MemorySensorTable.h"
+#include "telemetry/TelemetryData.h"
 
 #include <QBuffer>
 #include <QRandomGenerator>
+#include <QTemporaryDir>
 #include <QTextCodec>
 #include <QtTest>
 
@@ -12,7 +14,8 @@ const QByteArray kDescription = "# flight\n# about\n"
                                 "000000000;0000100002;1;Voltage;V\n"
                                 "000000000;0000100002;2;Speed;m/s\n";
 
-TelemetryDataPackage load(const QByteArray &bytes, SensorTable *sensors = nullptr, bool *ok = nullptr)
+TelemetryDataPackage load(const QByteArray &bytes, SensorTable *sensors = nullptr, bool *ok = nullptr,
+                          LogReadReport *report = nullptr)
 {
     QBuffer buffer;
     buffer.setData(bytes);
@@ -22,7 +25,26 @@ TelemetryDataPackage load(const QByteArray &bytes, SensorTable *sensors = nullpt
     const bool result = loader.load(&buffer, &p);
     if (ok)
         *ok = result;
+    if (report)
+        *report = loader.readReport();
     return p;
+}
+
+LogReadReport reportOf(const QByteArray &bytes)
+{
+    LogReadReport report;
+    load(bytes, nullptr, nullptr, &report);
+    return report;
+}
+
+// kDescription (5 lines) and value lines at 1 s, 2 s, ...: line 5 + i holds the i-th.
+QByteArray validLog(int valueLines)
+{
+    QByteArray log = kDescription;
+    for (int i = 1; i <= valueLines; ++i)
+        log += QByteArray::number(i * 1000).rightJustified(9, '0') + ";0000100002;1;12;1;" +
+               QByteArray::number(i) + ";2;12;0;" + QByteArray::number(2 * i) + "\n";
+    return log;
 }
 
 // The general way only: every line decoded and split, as the XML reader feeds the parser.
@@ -94,6 +116,10 @@ private slots:
     void overlongLineIsSkipped();
     void cancelFromProgress();
     void survivesArbitraryBytes();
+    void damagedLines_data();
+    void damagedLines();
+    void unreadableFiles_data();
+    void unreadableFiles();
 };
 
 void tst_LogFileLoader::closedDeviceReadsNothing()
@@ -132,8 +158,6 @@ void tst_LogFileLoader::deviceIdField_data()
     QTest::newRow("9 characters are a plain decimal") << "000100002" << 100002u;
     QTest::newRow("11 characters are a plain decimal") << "00000100002" << 100002u;
     QTest::newRow("short decimal") << "42" << 42u;
-    QTest::newRow("not a number") << "abc" << 0u;
-    QTest::newRow("empty") << "" << 0u;
 }
 
 void tst_LogFileLoader::deviceIdField()
@@ -157,8 +181,9 @@ void tst_LogFileLoader::narrowing_data()
     QTest::newRow("type 4 keeps 32 bits") << QByteArray("1;4;0;40000") << 40000;
     QTest::newRow("type 12 keeps 32 bits") << QByteArray("1;12;0;-2147483648") << qint32(-2147483647 - 1);
     QTest::newRow("64-bit value wraps to 32") << QByteArray("1;12;0;4294967297") << 1;
-    QTest::newRow("non-numeric value reads 0") << QByteArray("1;12;0;12x") << 0;
-    QTest::newRow("empty value reads 0") << QByteArray("1;12;0;") << 0;
+    // A field that does not parse is not read as 0: the group is left out (the line counts as damaged).
+    QTest::newRow("non-numeric value is left out") << QByteArray("1;12;0;12x") << -1;
+    QTest::newRow("empty value is left out") << QByteArray("1;12;0;") << -1;
 }
 
 void tst_LogFileLoader::narrowing()
@@ -168,6 +193,10 @@ void tst_LogFileLoader::narrowing()
     const TelemetryDataPackage p = load(kDescription + "000001000;0000100002;" + group + "\n");
     const TelemetryVar *v = var(p, kRx, 1);
     QVERIFY(v);
+    if (value == -1) {
+        QCOMPARE(v->count(), 0);
+        return;
+    }
     QCOMPARE(v->count(), 1);
     QCOMPARE(v->values().at(0).value, value);
 }
@@ -334,9 +363,12 @@ void tst_LogFileLoader::overlongLineIsSkipped()
     QByteArray log = kDescription + "000001000;0000100002;1;12;0;5\n";
     log += QByteArray(17 << 20, '7');
     log += "\n000002000;0000100002;1;12;0;6\n";
-    const TelemetryDataPackage p = load(log);
+    LogReadReport report;
+    const TelemetryDataPackage p = load(log, nullptr, nullptr, &report);
     QCOMPARE(var(p, kRx, 1)->count(), 2);
     QCOMPARE(var(p, kRx, 1)->values().at(1).value, 6);
+    QCOMPARE(report.skippedLines, qint64(1));
+    QCOMPARE(report.firstSkippedLine, qint64(7));
 }
 
 void tst_LogFileLoader::cancelFromProgress()
@@ -388,6 +420,160 @@ void tst_LogFileLoader::survivesArbitraryBytes()
         QVERIFY(ok);
         QCOMPARE(describe(load(b)), describe(p)); // deterministic
     }
+}
+
+void tst_LogFileLoader::damagedLines_data()
+{
+    QTest::addColumn<QByteArray>("line");
+    QTest::addColumn<bool>("damaged");
+    QTest::newRow("header line") << QByteArray("# later note") << false;
+    QTest::newRow("device line") << QByteArray("000000000;0000300004;0;GPS; ") << false;
+    QTest::newRow("device line without its unit field") << QByteArray("000000000;0000300004;0;GPS") << false;
+    QTest::newRow("parameter line") << QByteArray("000000000;0000100002;3;Alt;m") << false;
+    QTest::newRow("parameter line, CR") << QByteArray("000000000;0000100002;3;Alt;m\r") << false;
+    QTest::newRow("value line, two groups") << QByteArray("000001500;0000100002;1;12;1;5;2;12;0;6") << false;
+    QTest::newRow("value line, CR") << QByteArray("000001500;0000100002;1;12;1;5\r") << false;
+    QTest::newRow("value line, spaces") << QByteArray(" 1500 ;0000100002; 1;12 ;1;5") << false;
+    QTest::newRow("message line") << QByteArray("000001500;0000100002;15;16;0;Hello;2;0") << false;
+    QTest::newRow("message without type and value")
+        << QByteArray("000001500;0000100002;15;16;0;Hello") << false;
+    QTest::newRow("blank line") << QByteArray("") << false;
+    QTest::newRow("CR only") << QByteArray("\r") << false;
+    QTest::newRow("partial group") << QByteArray("000001500;0000100002;1;12;1;5;2;12") << true;
+    QTest::newRow("partial group, spaces") << QByteArray(" 1500;0000100002;1;12;1;5;2;12") << true;
+    QTest::newRow("no group") << QByteArray("000001500;0000100002") << true;
+    QTest::newRow("timestamp only") << QByteArray("000001500") << true;
+    QTest::newRow("non-numeric timestamp") << QByteArray("00000x500;0000100002;1;12;1;5") << true;
+    QTest::newRow("non-numeric device id") << QByteArray("000001500;00001x0002;1;12;1;5") << true;
+    QTest::newRow("non-numeric value") << QByteArray("000001500;0000100002;1;12;1;5x") << true;
+    QTest::newRow("empty value") << QByteArray("000001500;0000100002;1;12;1;") << true;
+    QTest::newRow("value out of range")
+        << QByteArray("000001500;0000100002;1;12;1;99999999999999999999") << true;
+    QTest::newRow("parameter line without unit") << QByteArray("000000000;0000100002;3;Alt") << true;
+    QTest::newRow("label with a semicolon") << QByteArray("000000000;0000100002;3;Alt;i;m") << true;
+    QTest::newRow("description without param") << QByteArray("000000000;0000100002") << true;
+    QTest::newRow("message text with a semicolon")
+        << QByteArray("000001500;0000100002;15;16;0;He;llo;2;0") << true;
+    QTest::newRow("message type not a number") << QByteArray("000001500;0000100002;15;16;0;Hi;x;0") << true;
+    QTest::newRow("garbage") << QByteArray("%&/ not a log line") << true;
+}
+
+void tst_LogFileLoader::damagedLines()
+{
+    QFETCH(QByteArray, line);
+    QFETCH(bool, damaged);
+    // The line under test is line 7.
+    const LogReadReport r = reportOf(kDescription + "000001000;0000100002;1;12;1;4\n" + line +
+                                     "\n000002000;0000100002;1;12;1;6\n");
+    QCOMPARE(r.skippedLines, qint64(damaged ? 1 : 0));
+    QCOMPARE(r.firstSkippedLine, qint64(damaged ? 7 : 0));
+    QVERIFY(!r.truncated);
+    QCOMPARE(r.lines, qint64(8));
+    // What does not read is not applied as zeros: no device 0 appears, no variable is renamed.
+    const QByteArray before = kDescription + "000001000;0000100002;1;12;1;4\n";
+    const TelemetryDataPackage p = load(before + line + "\n000002000;0000100002;1;12;1;6\n");
+    if (damaged && line != "000000000;0000100002;3;Alt" && !line.contains("Alt;i"))
+        QVERIFY(!p.device(0));
+    QCOMPARE(var(p, kRx, 1)->label(), var(load(before), kRx, 1)->label());
+}
+
+void tst_LogFileLoader::unreadableFiles_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<bool>("ok");
+    QTest::addColumn<qint64>("skipped");
+    QTest::addColumn<qint64>("firstSkipped"); // 0: none
+    QTest::addColumn<bool>("truncated");
+    QTest::addColumn<QString>("message"); // in the error, or in the warning when ok; empty: no warning
+
+    QTest::newRow("valid") << validLog(20) << true << qint64(0) << qint64(0) << false << QString();
+    QTest::newRow("empty") << QByteArray() << false << qint64(0) << qint64(0) << false << "empty";
+    QTest::newRow("headers only") << QByteArray("# name\n# description\n") << false << qint64(0) << qint64(0)
+                                  << false << "no telemetry";
+
+    // Random bytes: every line but a blank or "#" one is damaged, the unfinished last one is the cut.
+    QByteArray random(8192, Qt::Uninitialized);
+    QRandomGenerator rng(20240517);
+    for (char &c : random)
+        c = char(rng.bounded(256));
+    const QList<QByteArray> randomLines = random.split('\n');
+    qint64 randomDamaged = 0;
+    qint64 randomFirst = 0;
+    for (int i = 0; i + 1 < randomLines.size(); ++i) {
+        if (randomLines.at(i).trimmed().isEmpty() || randomLines.at(i).startsWith('#'))
+            continue;
+        if (randomDamaged++ == 0)
+            randomFirst = i + 1;
+    }
+    QVERIFY(randomDamaged > 10);
+    QTest::newRow("random bytes") << random << false << randomDamaged << randomFirst
+                                  << !randomLines.last().trimmed().isEmpty() << "none readable";
+
+    // Cut inside the last line's second group, and cut right before the last line feed.
+    const QByteArray full = validLog(20);
+    QTest::newRow("cut in a value group")
+        << full.left(full.lastIndexOf(';')) << true << qint64(0) << qint64(0) << true << "middle of a line";
+    QTest::newRow("last line feed missing")
+        << full.left(full.size() - 1) << true << qint64(0) << qint64(0) << true << "middle of a line";
+
+    // Line 5 + 10 replaced by garbage, line 5 + 12 by a value line with a partial group.
+    QList<QByteArray> lines = full.split('\n');
+    lines[14] = "%&/ not a log line";
+    QTest::newRow("one damaged line")
+        << lines.join('\n') << true << qint64(1) << qint64(15) << false << "line 15";
+    lines[16] = "000012000;0000100002;1;12;1;12;2;12";
+    QTest::newRow("two damaged lines")
+        << lines.join('\n') << true << qint64(2) << qint64(15) << false << "2 damaged lines";
+}
+
+void tst_LogFileLoader::unreadableFiles()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(bool, ok);
+    QFETCH(qint64, skipped);
+    QFETCH(qint64, firstSkipped);
+    QFETCH(bool, truncated);
+    QFETCH(QString, message);
+
+    const LogReadReport r = reportOf(bytes);
+    QCOMPARE(r.skippedLines, skipped);
+    QCOMPARE(r.firstSkippedLine, firstSkipped);
+    QCOMPARE(r.truncated, truncated);
+
+    // Through the store's reader: refused with the reason, or read with a warning naming the file.
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("flight.log"));
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    QCOMPARE(f.write(bytes), qint64(bytes.size()));
+    f.close();
+    TelemetryDataPackage p;
+    QString error;
+    QString warning = QStringLiteral("stale");
+    QCOMPARE(TelemetryData::readFile(path, &p, nullptr, &error, {}, &warning), ok);
+    if (!ok) {
+        QVERIFY2(error.startsWith(path + QLatin1String(": ")), qPrintable(error));
+        QVERIFY2(error.contains(message), qPrintable(error));
+        QVERIFY(warning.isEmpty());
+    } else if (message.isEmpty()) {
+        QVERIFY2(warning.isEmpty(), qPrintable(warning));
+    } else {
+        QVERIFY2(warning.startsWith(path + QLatin1String(": ")), qPrintable(warning));
+        QVERIFY2(warning.contains(message), qPrintable(warning));
+    }
+
+    // The store keeps what it showed when a file is refused, and says the same.
+    TelemetryData store;
+    const QString good = dir.filePath(QStringLiteral("good.log"));
+    QFile g(good);
+    QVERIFY(g.open(QIODevice::WriteOnly));
+    g.write("# kept\n" + validLog(3).mid(int(qstrlen("# flight\n"))));
+    g.close();
+    QCOMPARE(store.loadFile(good), 1);
+    QString loadWarning;
+    QCOMPARE(store.loadFile(path, &loadWarning), ok ? 1 : 0);
+    QCOMPARE(store.package().name(), ok ? QStringLiteral("flight") : QStringLiteral("kept"));
+    QCOMPARE(ok ? loadWarning : store.lastError(), ok ? warning : error);
 }
 
 QTEST_MAIN(tst_LogFileLoader)

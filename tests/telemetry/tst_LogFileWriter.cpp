@@ -4,6 +4,7 @@
 #include "tests/support/TestSamples.h"
 
 #include <QBuffer>
+#include <QTemporaryDir>
 #include <QtTest>
 #include <cstring>
 
@@ -96,6 +97,9 @@ private slots:
     void generatedRoundTrip();
     void generatorIsDeterministic();
     void manyVariablesFewSamples();
+    void exportedFileName_data();
+    void exportedFileName();
+    void writeFileIsWholeOrNothing();
 };
 
 void tst_LogFileWriter::exactBytes()
@@ -202,6 +206,45 @@ void tst_LogFileWriter::manyVariablesFewSamples()
                                          {raw(12, 0, -2147483647 - 1, qint32(param))});
     const TelemetryDataPackage back = read(LogFileWriter::write(p));
     compareData(p, back);
+}
+
+// The save dialog hands over what the pilot typed; a name without an extension gets ".log".
+void tst_LogFileWriter::exportedFileName_data()
+{
+    QTest::addColumn<QString>("typed");
+    QTest::addColumn<QString>("written");
+    QTest::newRow("no extension") << "/tmp/flights/sunday"
+                                  << "/tmp/flights/sunday.log";
+    QTest::newRow("log") << "/tmp/flights/sunday.log"
+                         << "/tmp/flights/sunday.log";
+    QTest::newRow("other extension kept") << "/tmp/flights/sunday.txt"
+                                          << "/tmp/flights/sunday.txt";
+    QTest::newRow("dotted folder, bare name") << "/tmp/v1.2/sunday"
+                                              << "/tmp/v1.2/sunday.log";
+    QTest::newRow("cancelled") << ""
+                               << "";
+}
+
+void tst_LogFileWriter::exportedFileName()
+{
+    QFETCH(QString, typed);
+    QFETCH(QString, written);
+    QCOMPARE(LogFileWriter::withLogSuffix(typed), written);
+}
+
+void tst_LogFileWriter::writeFileIsWholeOrNothing()
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("out.log"));
+    QString error;
+    QVERIFY(LogFileWriter::writeFile(twoDevices(), path, &error));
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::ReadOnly));
+    QCOMPARE(f.readAll(), LogFileWriter::write(twoDevices()));
+    const QString missing = dir.filePath(QStringLiteral("no/such/folder/out.log"));
+    QVERIFY(!LogFileWriter::writeFile(twoDevices(), missing, &error));
+    QVERIFY2(error.contains(QStringLiteral("out.log")), qPrintable(error));
+    QVERIFY(!QFileInfo::exists(missing));
 }
 
 QTEST_APPLESS_MAIN(tst_LogFileWriter)

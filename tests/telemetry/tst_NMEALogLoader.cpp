@@ -27,6 +27,7 @@ struct Loaded
     TelemetryDataPackage package;
     int noFix = 0;
     int backward = 0;
+    LogReadReport report;
 };
 
 Loaded load(const QByteArray &bytes, SensorTable *sensors = nullptr)
@@ -40,6 +41,7 @@ Loaded load(const QByteArray &bytes, SensorTable *sensors = nullptr)
     r.error = loader.lastError();
     r.noFix = loader.noFixEpochs();
     r.backward = loader.backwardEpochs();
+    r.report = loader.readReport();
     return r;
 }
 
@@ -222,6 +224,14 @@ void tst_NMEALogLoader::realCaptures()
     QVERIFY2(!capture.isEmpty(), qPrintable(file));
     const Loaded r = load(capture);
     QVERIFY2(r.ok, qPrintable(r.error));
+    // Damage in these captures, seen by eye: terminal escapes and status text, garbage after a cold
+    // boot, proprietary sentences without a checksum, a sentence cut off, a broken talker, binary frames.
+    // The others read whole.
+    const QStringList damaged = {
+        "gpsd-et-332.nmea",  "gpsd-gp-320fw-2019-04-07-coldboot.nmea", "gpsd-mtk-3301.nmea",
+        "gpsd-ublox-8.nmea", "pynmeagps-pygpsdata-BADHDR.nmea",        "pynmeagps-pygpsdata-mixed.nmea"};
+    QCOMPARE(r.report.skippedLines > 0, damaged.contains(file));
+    QVERIFY(!r.report.truncated);
     const TelemetryDataPackage &p = r.package;
     QCOMPARE(p.devices().size(), 1);
     QCOMPARE(count(p, P::Latitude), fixes);
@@ -508,18 +518,23 @@ void tst_NMEALogLoader::recordingDateIsFirstFix()
 void tst_NMEALogLoader::junkIsSkipped_data()
 {
     QTest::addColumn<QByteArray>("input");
+    QTest::addColumn<bool>("damaged"); // counted as a damaged line when it stands alone
     const QByteArray good = s("GPGGA,120000,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,");
     QByteArray badSum = good;
     badSum[badSum.indexOf('*') + 2] = badSum.at(badSum.indexOf('*') + 2) == '0' ? '1' : '0';
-    QTest::newRow("bad checksum") << badSum;
+    QTest::newRow("bad checksum") << badSum << true;
     QTest::newRow("no checksum") << QByteArray(
-        "$GPGGA,120000,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,\n");
-    QTest::newRow("comment") << QByteArray("# GPS: $GPGGA,120000,4807.038,N,01131.000,E,1,08,,,,,,,*00\n");
-    QTest::newRow("binary") << QByteArray("\xB5\x62\x01\x07\x5C\x00$\x00\xFF\n", 11);
-    QTest::newRow("AIS") << QByteArray("!AIVDM,1,1,,B,13aGhtw0R<OJf=6LgQ?Ad1FF05`L,0*24\n");
-    QTest::newRow("cut short") << QByteArray("$GPGGA,120000,4807.0");
-    QTest::newRow("proprietary") << s("PGRME,15.0,M,45.0,M,25.0,M");
-    QTest::newRow("overlong line") << QByteArray(300000, '$');
+                                        "$GPGGA,120000,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,\n")
+                                 << true;
+    QTest::newRow("comment") << QByteArray("# GPS: $GPGGA,120000,4807.038,N,01131.000,E,1,08,,,,,,,*00\n")
+                             << false;
+    QTest::newRow("binary") << QByteArray("\xB5\x62\x01\x07\x5C\x00$\x00\xFF\n", 11) << true;
+    QTest::newRow("AIS") << QByteArray("!AIVDM,1,1,,B,13aGhtw0R<OJf=6LgQ?Ad1FF05`L,0*24\n") << false;
+    QTest::newRow("cut short") << QByteArray("$GPGGA,120000,4807.0") << true;
+    QTest::newRow("proprietary") << s("PGRME,15.0,M,45.0,M,25.0,M") << false;
+    QTest::newRow("overlong line") << QByteArray(300000, '$') << true;
+    QTest::newRow("text") << QByteArray("receiver restarted\n") << true;
+    QTest::newRow("blank") << QByteArray(" \t\r\n") << false;
 }
 
 void tst_NMEALogLoader::junkIsSkipped()
@@ -534,6 +549,18 @@ void tst_NMEALogLoader::junkIsSkipped()
     // A sentence right after junk on the same line still counts.
     const Loaded glued = load(input.trimmed() + fix1);
     QCOMPARE(count(glued.package, P::Latitude), 1);
+
+    // Alone on line 2, between two good lines.
+    QFETCH(bool, damaged);
+    const QByteArray line = input.left(input.contains('\n') ? input.indexOf('\n') : input.size());
+    const Loaded alone = load(fix1 + line + "\n" + fix2);
+    QCOMPARE(alone.report.skippedLines, qint64(damaged ? 1 : 0));
+    QCOMPARE(alone.report.firstSkippedLine, qint64(damaged ? 2 : 0));
+    QVERIFY(!alone.report.truncated);
+    // As the last line, without its line end: a sentence cut off there is the file's end cut off.
+    const Loaded last = load(fix1 + fix2 + line);
+    QCOMPARE(last.report.truncated, damaged);
+    QCOMPARE(last.report.skippedLines, qint64(0));
 }
 
 void tst_NMEALogLoader::notNmeaIsAnError_data()

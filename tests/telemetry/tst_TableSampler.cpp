@@ -85,9 +85,11 @@ void tst_TableSampler::rowsCovered_data()
     QTest::addColumn<qint64>("rows");
     QTest::newRow("no samples") << Samples{} << 100 << qint64(0);
     QTest::newRow("last exactly on a step") << Samples{sample(0, 1), sample(1000, 2)} << 100 << qint64(11);
-    QTest::newRow("last just before a step") << Samples{sample(0, 1), sample(999, 2)} << 100 << qint64(10);
+    // The step at or after the last sample shows it, though it lies beyond the flight.
+    QTest::newRow("last just before a step") << Samples{sample(0, 1), sample(999, 2)} << 100 << qint64(11);
+    QTest::newRow("last just after a step") << Samples{sample(0, 1), sample(1001, 2)} << 100 << qint64(12);
     QTest::newRow("period longer than the flight")
-        << Samples{sample(0, 1), sample(1000, 2)} << 3000 << qint64(1);
+        << Samples{sample(0, 1), sample(1000, 2)} << 3000 << qint64(2);
     QTest::newRow("late start still counts from 0") << Samples{sample(5000, 1)} << 1000 << qint64(6);
     QTest::newRow("only before the start") << Samples{sample(-50, 1)} << 10 << qint64(0);
 }
@@ -125,7 +127,10 @@ void tst_TableSampler::valuesByMode_data()
         << gap << 500 << int(TelemetryVar::Hold) << QVector<double>{10, 10, 10, 10, 20};
     const Samples limit = {sample(0, 10), sample(1500, 20), sample(3001, 30)};
     QTest::newRow("1500 ms is no gap, 1501 is") << limit << 500 << int(TelemetryVar::HoldWithGapLimit)
-                                                << QVector<double>{10, 10, 10, 20, nan, nan, nan};
+                                                << QVector<double>{10, 10, 10, 20, nan, nan, nan, 30};
+    QTest::newRow("last sample between steps")
+        << Samples{sample(0, 10), sample(950, 20)} << 100 << int(TelemetryVar::Hold)
+        << QVector<double>{10, 10, 10, 10, 10, 10, 10, 10, 10, 10, 20};
     QTest::newRow("empty before the first sample")
         << Samples{sample(250, 5), sample(500, 6)} << 100 << int(TelemetryVar::Hold)
         << QVector<double>{nan, nan, nan, 5, 5, 6};

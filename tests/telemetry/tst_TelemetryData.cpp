@@ -40,6 +40,8 @@ private slots:
     void refusedFilesKeepTheCurrentData();
     void setUnitPersists();
     void removeBeforeAndAfter();
+    void undoLastCut_data();
+    void undoLastCut();
     void liveSamplesArriveInBatches();
 };
 
@@ -56,13 +58,16 @@ void tst_TelemetryData::metaObjectOrder()
                                   "logFileLoaded",
                                   "loadingStarted",
                                   "loadingFinished",
+                                  "undoCutAvailable",
                                   "clearSensors",
                                   "setLogging",
                                   "stopLogging",
                                   "updateTimestamps",
                                   "setUnit",
                                   "removeDataBeforeTimestamp",
-                                  "removeDataAfterTimestamp"};
+                                  "removeDataAfterTimestamp",
+                                  "undoCut",
+                                  "forgetUndo"};
     QCOMPARE(names, expected);
 }
 
@@ -161,6 +166,93 @@ void tst_TelemetryData::removeBeforeAndAfter()
     v = store.package().device(kDev)->var(1);
     QCOMPARE(v->count(), 1);
     QVERIFY(store.package().messages().isEmpty());
+}
+
+void tst_TelemetryData::undoLastCut_data()
+{
+    QTest::addColumn<QString>("then");
+    // The timestamps left after "then", after undoing, and whether undoing could still happen.
+    QTest::addColumn<QVector<qint32>>("afterUndo");
+    QTest::addColumn<bool>("undoable");
+    const QVector<qint32> whole{1000, 2000, 3000, 4000, 5000};
+    const QVector<qint32> firstCut{1000, 2000};
+    QTest::newRow("nothing else") << "" << whole << true;
+    QTest::newRow("a second cut: one step back") << "cut" << firstCut << true;
+    QTest::newRow("another package") << "package" << whole << false;
+    QTest::newRow("sensors cleared") << "clear" << QVector<qint32>{} << false;
+    QTest::newRow("live samples") << "live" << QVector<qint32>{1000, 2000, 6000} << false;
+    QTest::newRow("recording begins") << "record" << QVector<qint32>{} << false;
+    QTest::newRow("log stored") << "stored" << firstCut << false;
+}
+
+void tst_TelemetryData::undoLastCut()
+{
+    QFETCH(QString, then);
+    QFETCH(QVector<qint32>, afterUndo);
+    QFETCH(bool, undoable);
+    TelemetryDataPackage p;
+    p.addDevice(kDev, QStringLiteral("Rx"));
+    TelemetryVar speed(kDev, 1, QStringLiteral("Speed"), QStringLiteral("m/s"));
+    for (qint32 t = 1000; t <= 5000; t += 1000) {
+        TelemetryValue v;
+        v.type = 1;
+        v.value = t / 100;
+        v.timestamp = t;
+        speed.append(v);
+    }
+    p.devices()[0].vars() << speed;
+    TelemetryMessage late;
+    late.text = QStringLiteral("Late");
+    late.timestamp = 4500;
+    p.messages() << late;
+    TelemetryData store;
+    store.setPackage(p);
+    QSignalSpy available(&store, &TelemetryData::undoCutAvailable);
+    const auto times = [&store] {
+        QVector<qint32> list;
+        const TelemetrySensor *device = store.package().device(kDev);
+        const TelemetryVar *var = device ? device->var(1) : nullptr;
+        for (int i = 0; var && i < var->count(); ++i)
+            list << var->values().at(i).timestamp;
+        return list;
+    };
+
+    QVERIFY(!store.canUndoCut());
+    store.removeDataAfterTimestamp(2500);
+    QCOMPARE(times(), (QVector<qint32>{1000, 2000}));
+    QVERIFY(store.canUndoCut());
+    QCOMPARE(available.count(), 1);
+    QCOMPARE(available.at(0).at(0).toBool(), true);
+
+    if (then == QLatin1String("cut")) {
+        store.removeDataBeforeTimestamp(1500);
+        QCOMPARE(times(), QVector<qint32>{2000});
+    } else if (then == QLatin1String("package")) {
+        store.setPackage(p);
+    } else if (then == QLatin1String("clear")) {
+        store.clearSensors();
+    } else if (then == QLatin1String("live")) {
+        TelemetrySample s;
+        s.deviceId = kDev;
+        s.param = 1;
+        s.value.type = 1;
+        s.value.timestamp = 6000;
+        store.appendSamples({s});
+    } else if (then == QLatin1String("record")) {
+        store.beginRecording();
+    } else if (then == QLatin1String("stored")) {
+        store.forgetUndo();
+    }
+    QCOMPARE(store.canUndoCut(), undoable);
+    QCOMPARE(available.last().at(0).toBool(), undoable);
+
+    QSignalSpy changed(&store, &TelemetryData::sensorsChanged);
+    store.undoCut();
+    QCOMPARE(times(), afterUndo);
+    QVERIFY(!store.canUndoCut());
+    QCOMPARE(changed.count(), undoable ? 1 : 0);
+    if (then.isEmpty())
+        QCOMPARE(store.package().messages().size(), 1);
 }
 
 void tst_TelemetryData::liveSamplesArriveInBatches()

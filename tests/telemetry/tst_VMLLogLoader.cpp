@@ -16,6 +16,7 @@ struct Loaded
     bool ok = false;
     QString error;
     TelemetryDataPackage package;
+    LogReadReport report;
 };
 
 Loaded load(const QByteArray &bytes, SensorTable *sensors = nullptr)
@@ -27,6 +28,7 @@ Loaded load(const QByteArray &bytes, SensorTable *sensors = nullptr)
     Loaded r;
     r.ok = loader.load(&buffer, &r.package);
     r.error = loader.lastError();
+    r.report = loader.readReport();
     return r;
 }
 
@@ -96,6 +98,7 @@ private slots:
     void refused();
     void oversizedInput();
     void survivesArbitraryBytes();
+    void damagedEntitiesCounted();
 };
 
 void tst_VMLLogLoader::closedDeviceReadsNothing()
@@ -337,6 +340,26 @@ void tst_VMLLogLoader::survivesArbitraryBytes()
         QVERIFY(r.ok || r.package.devices().isEmpty());
         QVERIFY(r.ok || !r.error.isEmpty());
     }
+}
+
+void tst_VMLLogLoader::damagedEntitiesCounted()
+{
+    // doc() puts the body on line 3: here one element a line, from line 3 to line 10.
+    const Loaded r = load(doc("<dataStorage dataStorageID=\"0000100002\" name=\"Rx\">\n"
+                              "<attrDescription attrID=\"1\" name=\"Voltage\" units=\"V\"/>\n"
+                              "<attrDescription attrID=\"one\" name=\"Speed\" units=\"m/s\"/>\n"
+                              "<entity plainData=\"1000;1;1;0;300\"/>\n"
+                              "<entity plainData=\"2000;1;1;0\"/>\n"
+                              "<entity plainData=\"3000;1;1;0;310\"/>\n"
+                              "<entity plainData=\"4x00;1;1;0;320\"/>\n"
+                              "</dataStorage>"));
+    QVERIFY2(r.ok, qPrintable(r.error));
+    QCOMPARE(values(var(r.package, kRx, 1)), QStringLiteral("1000/1/0/300 3000/1/0/310"));
+    QCOMPARE(r.report.skippedLines, qint64(3));
+    QCOMPARE(r.report.firstSkippedLine, qint64(5));
+    QCOMPARE(r.report.readLines, qint64(4));
+    QVERIFY(!r.report.truncated);
+    QVERIFY(load(doc(kRxStorage + "<entity plainData=\"1000;1;1;0;300\"/></dataStorage>")).report.isClean());
 }
 
 QTEST_GUILESS_MAIN(tst_VMLLogLoader)
