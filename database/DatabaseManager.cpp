@@ -521,6 +521,13 @@ bool DatabaseManager::updateModel(const ModelData &m)
                       {m.rx1, m.rx2, m.data, m.layout, m.screenshot, m.id});
 }
 
+bool DatabaseManager::renameModel(int id, const QString &name, const QString &description)
+{
+    return execSimple(QStringLiteral("update models set name = ?, description = ?, "
+                                     "dateModified=datetime('now') where id = ?"),
+                      {name, text(description), id});
+}
+
 bool DatabaseManager::deleteModel(int id)
 {
     return execSimple(QStringLiteral("delete from models where id = %1").arg(id));

@@ -16,7 +16,8 @@ class QSqlQuery;
 // Owns the connection to "data.sqlite", creates and upgrades the schema and offers one method per
 // statement. Every failed statement is reported ("SQLite error: ...") and returns false, -1 or an empty
 // result, with the reason (naming the file) in lastError(). It never deletes or recreates a database on
-// its own: a file it cannot use stays as it is. Interface thread only.
+// its own: a file it cannot use stays as it is (at the studio's start, DataFolderCheck moves a damaged one
+// aside). Interface thread only.
 class DatabaseManager : public QObject, public SensorTable
 {
     Q_OBJECT
@@ -58,6 +59,7 @@ public:
     // Uses this file instead of the data folder's "data.sqlite". Before open().
     void setDatabasePath(const QString &path);
     QString databasePath() const { return m_path; }
+    Logger *logger() const { return m_logger; }
     // A second manager in one process needs a connection of its own. Before open().
     void setConnectionName(const QString &name);
     QString connectionName() const { return m_connection; }
@@ -106,6 +108,8 @@ public:
     QVector<ModelData> models(bool *ok = nullptr);
     bool model(int id, ModelData *model);
     bool updateModel(const ModelData &model);
+    // The user's own words for the model; the update above leaves them alone.
+    bool renameModel(int id, const QString &name, const QString &description);
     // Takes its folders, logs and their comments with it (the cascades).
     bool deleteModel(int id);
 

@@ -7,6 +7,17 @@
 namespace {
 constexpr int kBannerWidth = 60;
 
+Logger *g_warningLog = nullptr;
+QtMessageHandler g_previousHandler = nullptr;
+
+void forwardMessage(QtMsgType type, const QMessageLogContext &context, const QString &text)
+{
+    if (g_previousHandler)
+        g_previousHandler(type, context, text);
+    if (g_warningLog && type != QtDebugMsg && type != QtInfoMsg)
+        g_warningLog->write(type == QtWarningMsg ? QStringLiteral("WARNING") : QStringLiteral("ERROR"), text);
+}
+
 QString framed(const QString &text)
 {
     return QStringLiteral("# ") + text.leftJustified(kBannerWidth - 4) + QStringLiteral(" #\n");
@@ -17,7 +28,26 @@ Logger::Logger(const QString &path) : m_file(path) {}
 
 Logger::~Logger()
 {
+    if (g_warningLog == this)
+        releaseWarnings();
     close();
+}
+
+void Logger::captureWarnings()
+{
+    g_warningLog = this;
+    QtMessageHandler previous = qInstallMessageHandler(forwardMessage);
+    if (previous != forwardMessage)
+        g_previousHandler = previous;
+}
+
+void Logger::releaseWarnings()
+{
+    if (!g_warningLog)
+        return;
+    g_warningLog = nullptr;
+    qInstallMessageHandler(g_previousHandler);
+    g_previousHandler = nullptr;
 }
 
 bool Logger::open()
@@ -47,6 +77,7 @@ bool Logger::open()
 
 void Logger::close()
 {
+    const QMutexLocker lock(&m_mutex);
     if (!m_file.isOpen())
         return;
     write(QStringLiteral("Application exit"));
@@ -56,6 +87,7 @@ void Logger::close()
 
 void Logger::write(const QString &category, const QString &message)
 {
+    const QMutexLocker lock(&m_mutex);
     if (!m_file.isOpen() && (m_failed || !open()))
         return;
     m_stream << QDateTime::currentDateTime().toString(QStringLiteral("dd.MM.yyyy | hh:mm:ss"));

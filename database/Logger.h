@@ -2,6 +2,7 @@
 
 #include <QCoreApplication>
 #include <QFile>
+#include <QMutex>
 #include <QString>
 #include <QTextStream>
 
@@ -24,6 +25,11 @@ public:
     void write(const QString &category, const QString &message);
     void write(const QString &message) { write(QString(), message); }
 
+    // Warnings and errors of the whole program (qWarning, qCritical, from any thread) are written here
+    // too, beside standard error; undone by the destructor or by releaseWarnings().
+    void captureWarnings();
+    static void releaseWarnings();
+
     bool isOpen() const { return m_file.isOpen(); }
     bool isFailed() const { return m_failed; }
     QString path() const { return m_file.fileName(); }
@@ -32,6 +38,7 @@ public:
 private:
     void checkStream();
 
+    QRecursiveMutex m_mutex; // a warning raised while writing comes back here
     QFile m_file;
     QTextStream m_stream;
     bool m_failed = false;

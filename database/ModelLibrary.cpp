@@ -1,4 +1,5 @@
 #include "database/ModelLibrary.h"
+#include "telemetry/AtomicFile.h"
 
 #include "database/BlobCodec.h"
 #include "database/DatabaseManager.h"
@@ -50,6 +51,30 @@ int ModelLibrary::createModel(const QString &name)
     if (id < 0)
         failFromDatabase();
     return id;
+}
+
+bool ModelLibrary::renameModel(int modelId, const QString &name, const QString &description)
+{
+    const QString trimmed = name.trimmed();
+    if (trimmed.isEmpty())
+        return fail(tr("A model needs a name"));
+    bool listed = false;
+    const QVector<ModelData> models = m_db->models(&listed);
+    if (!listed)
+        return failFromDatabase();
+    for (const ModelData &m : models) {
+        if (m.id != modelId && m.name.compare(trimmed, Qt::CaseInsensitive) == 0)
+            return fail(tr("There is already a model named \"%1\"").arg(m.name));
+    }
+    if (!m_db->renameModel(modelId, trimmed, description))
+        return failFromDatabase();
+    return true;
+}
+
+QString ModelLibrary::modelName(int modelId)
+{
+    ModelData model;
+    return modelId >= 0 && m_db->model(modelId, &model) ? model.name : QString();
 }
 
 int ModelLibrary::findModel(const QString &name, bool *ok)
@@ -258,6 +283,39 @@ int ModelLibrary::storeNativeLog(const QByteArray &nativeLog, const QDateTime &r
     return id;
 }
 
+int ModelLibrary::importFile(const QString &path, int modelId, int folderId, QString *warning,
+                             TelemetryDataPackage *package)
+{
+    if (warning)
+        warning->clear();
+    if (!m_db->beginTransaction()) {
+        fail(tr("%1: %2").arg(path, m_db->lastError()));
+        return -1;
+    }
+    TelemetryDataPackage read;
+    QString error;
+    int id = -1;
+    if (!TelemetryData::readFile(path, &read, m_db, &error))
+        fail(error);
+    else if (read.sampleCount() == 0 && read.messages().isEmpty())
+        fail(tr("%1: holds no telemetry").arg(path));
+    else if ((id = storeLog(read, modelId, folderId, QFileInfo(path).fileName())) < 0)
+        fail(tr("%1: %2").arg(path, m_lastError));
+    else if (!m_db->commitTransaction()) {
+        fail(tr("%1: %2").arg(path, m_db->lastError()));
+        id = -1;
+    }
+    if (id < 0) {
+        m_db->rollbackTransaction();
+        return -1;
+    }
+    if (warning && read.droppedValues() > 0)
+        *warning = tr("%1 samples of undescribed variables were dropped").arg(read.droppedValues());
+    if (package)
+        *package = std::move(read);
+    return id;
+}
+
 bool ModelLibrary::readLog(int logId, TelemetryDataPackage *package, SensorTable *sensors)
 {
     QByteArray blob;
@@ -315,7 +373,7 @@ bool ModelLibrary::exportLog(int logId, const QString &path)
                 tr("Error writing to disk: %1: %2").arg(QDir::toNativeSeparators(path), file.errorString()));
         }
     }
-    if (!file.commit())
+    if (!AtomicFile::commit(file))
         return fail(
             tr("Error writing to disk: %1: %2").arg(QDir::toNativeSeparators(path), file.errorString()));
     return true;

@@ -27,6 +27,11 @@ public:
     // tells a missing model from a failed database).
     int findModel(const QString &name, bool *ok = nullptr);
     bool deleteModel(int modelId);
+    // Refuses an empty name and one another model already has (ignoring case), as findModel would then
+    // no longer tell them apart.
+    bool renameModel(int modelId, const QString &name, const QString &description);
+    // The model's name, or an empty text when there is no such model.
+    QString modelName(int modelId);
 
     // parentId -1: the model's top level.
     int createFolder(int modelId, int parentId, const QString &name);
@@ -51,6 +56,14 @@ public:
     int storeNativeLog(const QByteArray &nativeLog, const QDateTime &recordingDate, qint64 lengthms,
                        int modelId, int folderId, const QString &fileName,
                        const QString &comment = QString());
+    // Reads a log file (any format the store opens, consulting the database's sensor table) and stores
+    // it under the model and folder (-1: top level), named by its file name and dated by its recording
+    // date. One transaction: the sensor rows the reading adds and the log go in together or not at all.
+    // A file without any telemetry is refused. The new log's id, or -1 with lastError() beginning with
+    // the path. warning (optional): what was stored but is worth telling, else empty. package
+    // (optional): what was read.
+    int importFile(const QString &path, int modelId, int folderId, QString *warning = nullptr,
+                   TelemetryDataPackage *package = nullptr);
     // Reads a stored log into the package, inflating as the reader goes. sensors null: the database's.
     bool readLog(int logId, TelemetryDataPackage *package, SensorTable *sensors = nullptr);
     // Reads a stored log and hands it to the store, which emits logFileLoaded(logId).

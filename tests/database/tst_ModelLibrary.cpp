@@ -55,6 +55,8 @@ private slots:
     void logsStayWithTheirModel();
     void renamingALogKeepsItsData();
     void failedStoreLeavesNothing();
+    void importFileIsAllOrNothing_data();
+    void importFileIsAllOrNothing();
     void exportFailures();
     void damagedStoredLogIsReported();
 
@@ -287,6 +289,61 @@ void tst_ModelLibrary::failedStoreLeavesNothing()
     QCOMPARE(countOf(*m_db, "select count(*) from logs"), 0);
     QCOMPARE(m_db->transactionDepth(), 0);
     QVERIFY(m_lib->storeLog(flight(5), m_lib->createModel("M"), -1) > 0);
+}
+
+void tst_ModelLibrary::importFileIsAllOrNothing_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<bool>("modelExists");
+    QTest::addColumn<QString>("error"); // empty: stored
+    const QByteArray native = LogFileWriter::write(flight(5));
+    QTest::newRow("native log") << "a.log" << native << true << QString();
+    QTest::newRow("empty file") << "a.log" << QByteArray() << true << "empty";
+    TelemetryDataPackage silent;
+    silent.addDevice(7, "Rx");
+    QTest::newRow("no samples") << "a.log" << LogFileWriter::write(silent) << true << "holds no telemetry";
+    QTest::newRow("unknown format") << "a.dat" << native << true << "unknown log format";
+    QTest::newRow("missing file") << "" << QByteArray() << true << "no such file";
+    // Read fine, refused by the database: the sensor rows the reading added go too.
+    QTest::newRow("no such model") << "a.log" << native << false << "FOREIGN KEY";
+}
+
+void tst_ModelLibrary::importFileIsAllOrNothing()
+{
+    QFETCH(QString, name);
+    QFETCH(QByteArray, bytes);
+    QFETCH(bool, modelExists);
+    QFETCH(QString, error);
+    const QString path = m_dir->filePath(name.isEmpty() ? QStringLiteral("missing.log") : name);
+    if (!name.isEmpty()) {
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(bytes);
+    }
+    const int model = modelExists ? m_lib->createModel("M") : 999;
+    if (!modelExists)
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("SQLite error:.*FOREIGN KEY"));
+    QString warning = "stale";
+    TelemetryDataPackage read;
+    const int id = m_lib->importFile(path, model, -1, &warning, &read);
+    QCOMPARE(m_db->transactionDepth(), 0);
+    QVERIFY(warning.isEmpty());
+    if (!error.isEmpty()) {
+        QCOMPARE(id, -1);
+        QVERIFY2(m_lib->lastError().startsWith(path + ": "), qPrintable(m_lib->lastError()));
+        QVERIFY2(m_lib->lastError().contains(error), qPrintable(m_lib->lastError()));
+        QCOMPARE(countOf(*m_db, "select count(*) from logs"), 0);
+        QCOMPARE(countOf(*m_db, "select count(*) from sensors"), 0);
+        return;
+    }
+    QVERIFY2(id > 0, qPrintable(m_lib->lastError()));
+    QByteArray stored;
+    QVERIFY(m_db->loadLog(id, &stored, nullptr, nullptr));
+    QCOMPARE(stored, bytes); // the writer's own output comes back unchanged
+    QCOMPARE(m_db->topLevelLogs().at(0).filename, QStringLiteral("a.log"));
+    QCOMPARE(read.sampleCount(), flight(5).sampleCount());
+    QVERIFY(countOf(*m_db, "select count(*) from sensors") > 0);
 }
 
 void tst_ModelLibrary::exportFailures()
