@@ -1,4 +1,5 @@
 #include "cli/CliCommands.h"
+#include "telemetry/AtomicFile.h"
 
 #include "cli/DbCommands.h"
 #include "cli/JsonDump.h"
@@ -61,17 +62,22 @@ struct Context
     void print(const QString &text) const { std::fputs(text.toUtf8().constData(), out); }
 };
 
-// Loads through the same readers and dispatch as the studio.
+// Loads through the same readers and dispatch as the studio. A file read only in part is read, and
+// what was lost is said on standard error.
 bool readPackage(const Context &c, const QString &path, TelemetryDataPackage *package)
 {
     MemorySensorTable sensors;
     QString error;
-    const bool ok = path == c.csvInput ? CSVLogLoader::readFile(path, package, &sensors, &error)
-                                       : TelemetryData::readFile(path, package, &sensors, &error);
+    QString warning;
+    const bool ok = path == c.csvInput
+                        ? CSVLogLoader::readFile(path, package, &sensors, &error, &warning)
+                        : TelemetryData::readFile(path, package, &sensors, &error, {}, &warning);
     if (!ok) {
         c.fail(error);
         return false;
     }
+    if (!warning.isEmpty())
+        c.fail(warning);
     return true;
 }
 
@@ -87,7 +93,7 @@ bool writeAtomically(const Context &c, const QString &path, const QByteArray &da
         c.fail(QStringLiteral("%1: cannot write: %2").arg(path, file.errorString()));
         return false;
     }
-    if (file.write(data) != data.size() || !file.commit()) {
+    if (file.write(data) != data.size() || !AtomicFile::commit(file)) {
         c.fail(QStringLiteral("%1: cannot write: %2").arg(path, file.errorString()));
         return false;
     }

@@ -1,14 +1,15 @@
 #include "cli/DbCommands.h"
 
+#include "database/DataFolderCheck.h"
 #include "database/DatabaseManager.h"
 #include "database/Logger.h"
 #include "database/ModelFolderTree.h"
 #include "database/ModelLibrary.h"
-#include "telemetry/TelemetryData.h"
 
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QLoggingCategory>
 #include <QStandardPaths>
 
 #include <map>
@@ -19,6 +20,8 @@ const char kDbUsage[] = "usage: vexo-log db <command> [--db PATH] [arguments]\n"
                         "  import --model NAME [--folder yyyy/MM/dd] FILE...\n"
                         "                         store logs under a model (created when missing)\n"
                         "  list                   models, their folders and logs\n"
+                        "  check                  the database's integrity, whether it and its folder take\n"
+                        "                         writes, and the free disk space; changes nothing\n"
                         "  export --log ID OUT    write a stored log to OUT, byte for byte\n"
                         "  delete-model --model NAME\n"
                         "                         delete a model with its folders and logs\n"
@@ -125,7 +128,10 @@ bool openDatabase(const Context &c, const QString &path, bool create, DatabaseMa
         return false;
     }
     if (!db->openAndInitialise()) {
-        c.fail(db->lastError());
+        // A script must not have files move under it: the studio moves a damaged database aside.
+        c.fail(DataFolderCheck::isDamage(db->lastErrorCode())
+                   ? DataFolderCheck::damagedLeftAlone(path, db->lastError())
+                   : db->lastError());
         return false;
     }
     return true;
@@ -154,20 +160,19 @@ int import(const Context &c, const Options &o)
     for (int i = 0; i < total; ++i) {
         const QString &file = o.positional.at(i);
         const QString step = QStringLiteral("[%1/%2] %3: ").arg(i + 1).arg(total).arg(file);
-        // One transaction per log: the sensor rows its reading adds, the model, its folders and the log
-        // itself are stored together or not at all.
+        // One transaction per log: a model or folders it needs go in with the log (and the sensor rows
+        // its reading adds), or not at all.
         QString error;
+        QString warning;
         int logId = -1;
         int folderId = -1;
         const bool createdModel = modelId < 0;
         TelemetryDataPackage package;
         if (!db.beginTransaction()) {
             error = db.lastError();
-        } else if (!TelemetryData::readFile(file, &package, &db, &error)) {
-            db.rollbackTransaction();
         } else if ((createdModel && (modelId = library.createModel(o.model)) < 0) ||
                    !library.folderForPath(modelId, o.folder, &folderId) ||
-                   (logId = library.storeLog(package, modelId, folderId, QFileInfo(file).fileName())) < 0) {
+                   (logId = library.importFile(file, modelId, folderId, &warning, &package)) < 0) {
             error = library.lastError();
             db.rollbackTransaction();
         } else if (!db.commitTransaction()) {
@@ -177,7 +182,7 @@ int import(const Context &c, const Options &o)
         if (!error.isEmpty()) {
             if (createdModel)
                 modelId = -1;
-            // The readers already name the file; say it once.
+            // The error begins with the file, which the line already names.
             if (error.startsWith(file + QStringLiteral(": ")))
                 error = error.mid(file.size() + 2);
             failures << QStringLiteral("  %1: %2").arg(file, error);
@@ -185,10 +190,11 @@ int import(const Context &c, const Options &o)
             continue;
         }
         ++imported;
-        c.print(step + QStringLiteral("stored as log %1 (%2, %3 samples)\n")
+        c.print(step + QStringLiteral("stored as log %1 (%2, %3 samples)%4\n")
                            .arg(logId)
                            .arg(formatDuration(ModelLibrary::lengthOf(package)))
-                           .arg(package.sampleCount()));
+                           .arg(package.sampleCount())
+                           .arg(warning.isEmpty() ? QString() : QStringLiteral("; ") + warning));
     }
     c.print(QStringLiteral("imported %1, failed %2\n").arg(imported).arg(failures.size()));
     if (!failures.isEmpty())
@@ -250,6 +256,24 @@ int list(const Context &c, const Options &o)
                     .arg(tree.logCount(QModelIndex())));
         listFolder(c, tree, QModelIndex(), lengths, 1);
     }
+    return 0;
+}
+
+// Exit 0 when the studio could work with the database (a warning such as little free space included).
+int check(const Context &c, const Options &o)
+{
+    if (!o.positional.isEmpty() || !o.model.isEmpty() || !o.folder.isEmpty() || !o.log.isEmpty())
+        return c.usage(QStringLiteral("check takes no arguments besides --db"));
+    const QString path = databasePath(o);
+    if (!QFileInfo::exists(path))
+        return c.fail(QStringLiteral("%1: no database there").arg(QDir::toNativeSeparators(path)));
+    Session session(path);
+    const StartupReport report = DataFolderCheck::inspect(&session.db());
+    for (const QString &line : report.message.split(QLatin1Char('\n'), Qt::SkipEmptyParts))
+        std::fprintf(c.err, "vexo-log: %s\n", line.toUtf8().constData());
+    if (report.severity == StartupReport::Error)
+        return 1;
+    c.print(QStringLiteral("%1: ok\n").arg(QDir::toNativeSeparators(path)));
     return 0;
 }
 
@@ -328,6 +352,7 @@ int DbCommands::run(const QStringList &args, std::FILE *out, std::FILE *err)
     const std::map<QString, int (*)(const Context &, const Options &)> commands = {
         {QStringLiteral("import"), &import},
         {QStringLiteral("list"), &list},
+        {QStringLiteral("check"), &check},
         {QStringLiteral("export"), &exportLog},
         {QStringLiteral("delete-model"), &deleteModel},
     };
@@ -338,5 +363,9 @@ int DbCommands::run(const QStringList &args, std::FILE *out, std::FILE *err)
     QString error;
     if (!parseOptions(args.mid(1), &o, &error))
         return c.usage(error);
+    // The database's "SQLite error:" diagnostics repeat what the command says in its one line on standard
+    // error; VEXO_DEBUG=1 shows them.
+    if (qEnvironmentVariableIsEmpty("VEXO_DEBUG"))
+        QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false\ndefault.warning=false"));
     return it->second(c, o);
 }

@@ -1,4 +1,5 @@
 #include "cli/LiveCommands.h"
+#include "telemetry/AtomicFile.h"
 
 #include "cli/SignalWatcher.h"
 #include "link/LinkMetaTypes.h"
@@ -201,7 +202,7 @@ int LiveCommands::record(const QStringList &args, std::FILE *out, std::FILE *err
                                .arg(o.port, QDateTime::currentDateTime().toString(Qt::ISODate)));
     QSaveFile file(o.out);
     const QByteArray bytes = LogFileWriter::write(package);
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.commit()) {
+    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !AtomicFile::commit(file)) {
         std::fprintf(err, "vexo-log: %s: cannot write: %s\n", o.out.toUtf8().constData(),
                      file.errorString().toUtf8().constData());
         return 1;
@@ -210,7 +211,11 @@ int LiveCommands::record(const QStringList &args, std::FILE *out, std::FILE *err
                  static_cast<long long>(package.sampleCount()), int(package.messages().size()),
                  interrupted ? " (interrupted)" : "");
     if (portLost) {
-        std::fprintf(err, "vexo-log: %s: %s\n", o.port.toUtf8().constData(),
+        const qint64 recorded = package.sampleCount() + package.messages().size();
+        const QString said = SerialLink::adapterLostText(
+            QDateTime::fromMSecsSinceEpoch(decoder.sessionStart() + package.lastTimestamp()),
+            recorded > 0 ? QStringLiteral("in %1").arg(o.out) : QString());
+        std::fprintf(err, "vexo-log: %s (%s: %s)\n", said.toUtf8().constData(), o.port.toUtf8().constData(),
                      link.wrapper()->lastError().toUtf8().constData());
         return 1;
     }

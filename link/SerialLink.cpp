@@ -36,3 +36,11 @@ void SerialLink::stop()
             qWarning() << "Serial thread still running!!!";
     }
 }
+
+QString SerialLink::adapterLostText(const QDateTime &upTo, const QString &where)
+{
+    if (where.isEmpty())
+        return tr("The USB adapter was disconnected; nothing had been recorded yet.");
+    return tr("The USB adapter was disconnected; the recording up to %1 is stored %2.")
+        .arg(upTo.toString(QStringLiteral("hh:mm:ss")), where);
+}

@@ -2,6 +2,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QRandomGenerator>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -31,6 +33,8 @@ private slots:
     void convertIsByteIdenticalWithoutMessages();
     void badInput_data();
     void badInput();
+    void damagedInput_data();
+    void damagedInput();
     void failedWriteLeavesNoFile();
     void bundledSample();
 
@@ -156,6 +160,87 @@ void tst_VexoLog::badInput()
     QVERIFY(r.out.isEmpty());
     QVERIFY2(r.err.startsWith("vexo-log: "), r.err.constData());
     QVERIFY2(QString::fromUtf8(r.err).contains(mentions), r.err.constData());
+}
+
+void tst_VexoLog::damagedInput_data()
+{
+    QTest::addColumn<QString>("command");
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("mentions"); // on standard error after the file name; empty: nothing there
+    QTest::newRow("valid") << "info"
+                           << "valid" << 0 << "";
+    QTest::newRow("empty") << "info"
+                           << "empty" << 1 << "empty";
+    QTest::newRow("random bytes") << "info"
+                                  << "random" << 1 << "none readable";
+    QTest::newRow("cut off") << "info"
+                             << "cut" << 0 << "middle of a line";
+    QTest::newRow("one damaged line") << "info"
+                                      << "damaged" << 0 << "1 damaged line";
+    QTest::newRow("dump of a damaged log") << "dump"
+                                           << "damaged" << 0 << "1 damaged line";
+    QTest::newRow("convert of a damaged log") << "convert"
+                                              << "damaged" << 0 << "1 damaged line";
+    QTest::newRow("convert of random bytes") << "convert"
+                                             << "random" << 1 << "none readable";
+}
+
+void tst_VexoLog::damagedInput()
+{
+    QFETCH(QString, command);
+    QFETCH(QString, kind);
+    QFETCH(int, code);
+    QFETCH(QString, mentions);
+    const QByteArray valid = readAll(m_log);
+    QList<QByteArray> lines = valid.split('\n');
+    const int damagedIndex = lines.size() / 2; // a value line: descriptions are at the start
+    QByteArray bytes;
+    if (kind == QLatin1String("valid")) {
+        bytes = valid;
+    } else if (kind == QLatin1String("random")) {
+        QRandomGenerator rng(77);
+        bytes.resize(4096);
+        for (char &c : bytes)
+            c = char(rng.bounded(256));
+    } else if (kind == QLatin1String("cut")) {
+        bytes = valid.left(valid.size() - 5);
+    } else if (kind == QLatin1String("damaged")) {
+        lines[damagedIndex] = "%&/ damaged";
+        bytes = lines.join('\n');
+    }
+    const QString in = m_dir.filePath(kind + QLatin1String("-input.log"));
+    QFile f(in);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write(bytes);
+    f.close();
+    const QString out = m_dir.filePath(kind + QLatin1String("-output.log"));
+    QFile::remove(out);
+    QStringList args = {command, in};
+    if (command == QLatin1String("convert"))
+        args << out;
+    const Result r = run(args);
+    QCOMPARE(r.code, code);
+    const QString err = QString::fromUtf8(r.err);
+    if (mentions.isEmpty()) {
+        QVERIFY2(err.isEmpty(), qPrintable(err));
+    } else {
+        // One line naming the file and what is wrong with it.
+        QVERIFY2(err.startsWith(QLatin1String("vexo-log: ") + in + QLatin1String(": ")), qPrintable(err));
+        QVERIFY2(err.contains(mentions), qPrintable(err));
+        QCOMPARE(err.count(QLatin1Char('\n')), 1);
+    }
+    if (kind == QLatin1String("damaged"))
+        QVERIFY2(err.contains(QRegularExpression(QStringLiteral("\\bline %1\\b").arg(damagedIndex + 1))),
+                 qPrintable(err));
+    // The work is done all the same, or not at all.
+    if (command == QLatin1String("convert")) {
+        QCOMPARE(QFileInfo::exists(out), code == 0);
+        if (code == 0)
+            QVERIFY(run({"info", out}).err.isEmpty()); // what was read is written whole
+    } else {
+        QCOMPARE(r.out.isEmpty(), code != 0);
+    }
 }
 
 void tst_VexoLog::failedWriteLeavesNoFile()

@@ -35,6 +35,8 @@ private slots:
     void badUsage_data();
     void badUsage();
     void unusableDatabaseIsLeftAlone();
+    void damagedDatabase_data();
+    void damagedDatabase();
     void defaultIsTheStudiosDataFolder();
 
 private:
@@ -146,6 +148,56 @@ void tst_VexoLogDb::unusableDatabaseIsLeftAlone()
     QCOMPARE(r.code, 1);
     QVERIFY(r.err.contains("no database there"));
     QVERIFY(!QFileInfo::exists(m_dir.filePath("nothing")));
+}
+
+void tst_VexoLogDb::damagedDatabase_data()
+{
+    QTest::addColumn<QStringList>("command");
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<int>("code");
+    const QString made = m_dir.filePath("healthy/data.sqlite");
+    QCOMPARE(run({"db", "import", "--db", made, "--model", "M", m_a}).code, 0);
+    const QByteArray healthy = readAll(made);
+    QVERIFY(healthy.size() > 4096);
+    QByteArray schemaOverwritten = healthy;
+    schemaOverwritten.replace(100, 3996, QByteArray(3996, '\xEE'));
+    QByteArray randomBytes(20000, '\0');
+    for (int i = 0; i < randomBytes.size(); ++i)
+        randomBytes[i] = char((i * 2654435761u) >> 13);
+    QTest::newRow("check, healthy") << QStringList{"check"} << healthy << 0;
+    QTest::newRow("check, random bytes") << QStringList{"check"} << randomBytes << 1;
+    QTest::newRow("check, schema overwritten") << QStringList{"check"} << schemaOverwritten << 1;
+    QTest::newRow("list, schema overwritten") << QStringList{"list"} << schemaOverwritten << 1;
+    QTest::newRow("delete-model, random bytes")
+        << QStringList{"delete-model", "--model", "M"} << randomBytes << 1;
+}
+
+// The command says what it found; a script's database is never moved, repaired or replaced.
+void tst_VexoLogDb::damagedDatabase()
+{
+    QFETCH(QStringList, command);
+    QFETCH(QByteArray, content);
+    QFETCH(int, code);
+    QTemporaryDir dir;
+    const QString path = dir.filePath("data.sqlite");
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly) && f.write(content) == content.size());
+    f.close();
+    const Result r = run(QStringList{"db"} + command + QStringList{"--db", dir.path()});
+    QCOMPARE(r.code, code);
+    if (code == 0) {
+        QVERIFY2(r.out.contains(path + ": ok"), qPrintable(r.out));
+        QVERIFY2(r.err.isEmpty(), qPrintable(r.err));
+    } else {
+        QCOMPARE(r.err.count('\n'), 1);
+        QVERIFY2(
+            r.err.startsWith("vexo-log: " + path + " is damaged (") &&
+                r.err.contains("The studio moves it aside and starts a fresh database on its next start."),
+            qPrintable(r.err));
+    }
+    QCOMPARE(readAll(path), content);
+    QCOMPARE(QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+             QStringList{"data.sqlite"});
 }
 
 void tst_VexoLogDb::defaultIsTheStudiosDataFolder()

@@ -124,6 +124,10 @@ void tst_VexoLogLive::recordKeepsDataWhenUnplugged()
     const Result r = run({"record", "--port", m_port, "--seconds", "30", "--out", log});
     QCOMPARE(r.code, 1);
     QVERIFY2(r.err.contains("ttyLX"), r.err.constData());
+    // The pilot's words first, the system's detail after them.
+    const QRegularExpression said(QStringLiteral("The USB adapter was disconnected; the recording up to "
+                                                 "\\d\\d:\\d\\d:\\d\\d is stored in .*unplugged\\.log\\."));
+    QVERIFY2(said.match(QString::fromUtf8(r.err)).hasMatch(), r.err.constData());
     QVERIFY(r.out.contains("wrote "));
     const Result info = run({"info", log});
     QCOMPARE(info.code, 0);

@@ -173,7 +173,7 @@ void tst_VexoLogReaders::badInput_data()
     QTest::newRow("a text file that is no GPS recording")
         << "notes.txt" << QByteArray("Flight notes\nwind 3 m/s\n") << QStringList({"info", "FILE"}) << "NMEA";
     QTest::newRow("empty NMEA") << "empty.nmea" << QByteArray() << QStringList({"convert", "FILE", "OUT"})
-                                << "NMEA";
+                                << "empty";
     QTest::newRow("CSV without rows")
         << "bad.csv" << QByteArray("Time;A [m]\nx;y\n") << QStringList({"info", "--csv", "FILE"}) << "line 2";
 }
