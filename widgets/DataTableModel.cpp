@@ -136,7 +136,7 @@ QString DataTableModel::headerFor(const TelemetryVar *var, const TelemetrySimple
     return tr("%1:%2").arg(variable.deviceId).arg(variable.param);
 }
 
-// Computes the column's rows from row `from` up to the variable's last sample.
+// Computes the column's rows from row `from` up to the first step at or after the variable's last sample.
 void DataTableModel::fill(Column &column, int from)
 {
     const TelemetryVar *var = findVar(column.variable);
@@ -179,7 +179,7 @@ void DataTableModel::appendNewValues()
     int firstChanged = oldRows;
     for (Column &column : m_columns) {
         // Rows before a column's last one lie before its last sample, and later samples do not move
-        // them; the last row may sit exactly on that sample, which a new one with the same time replaces.
+        // them; the last row lies on or after that sample, so the next one may change it.
         const int from = std::max(0, column.values.size() - 1);
         const int before = column.values.size();
         fill(column, from);

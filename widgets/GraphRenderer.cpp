@@ -324,7 +324,10 @@ void GraphRenderer::drawAxis(QImage *image, QPainter *painter, int index) const
 {
     const Axis &axis = m_axes.at(index);
     const Series &series = m_scene.series.at(index);
-    const QColor color = seriesColor(series.item);
+    // The axis of a variable the recording lacks is greyed: there is nothing on it to read.
+    const GraphTheme theme = GraphTheme::forIndex(m_scene.theme);
+    const QColor color =
+        series.var ? seriesColor(series.item) : QColor(mix(theme.text, theme.background, 0.45));
     const QFontMetrics fm(m_font);
     const GraphSeriesPainter::Mapping m = mapping(index);
     const int lineX = axis.left ? axis.rect.right() : axis.rect.left();

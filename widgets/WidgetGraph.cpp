@@ -43,6 +43,15 @@ qint64 now()
 {
     return QDateTime::currentMSecsSinceEpoch();
 }
+
+// The target unit an item shows its variable in: the item's unit when the variable converts into it,
+// else the variable's chosen one; a unit it cannot be shown in gives the delivered unit.
+quint8 shownTarget(const TelemetryVar &var, const GraphItem &item)
+{
+    const int target =
+        item.unit.isEmpty() ? var.unitTarget() : TelemetryUnits::targetIndex(var.unitCategory(), item.unit);
+    return quint8(std::max(0, target));
+}
 } // namespace
 
 WidgetGraph::WidgetGraph(TelemetryData *store, SensorTable *sensors, QWidget *parent)
@@ -100,6 +109,7 @@ int WidgetGraph::load(const LayoutJsonValue &object)
             item.color = nextColor();
         m_items.append(item);
     }
+    rememberNames();
     m_lastUpdate = now();
     // The store's current recording decides where the view may be.
     updateDataRange();
@@ -180,24 +190,53 @@ GraphRenderer::Series WidgetGraph::seriesFor(const GraphItem &item) const
     GraphRenderer::Series s;
     s.item = item;
     s.var = findVar(item.pair());
-    QString name;
-    QString unit = item.unit;
     if (s.var) {
-        const quint8 category = s.var->unitCategory();
-        int target =
-            item.unit.isEmpty() ? s.var->unitTarget() : TelemetryUnits::targetIndex(category, item.unit);
-        // A unit this variable cannot be shown in (or one without a category) shows the delivered unit.
-        if (target < 0)
-            target = 0;
-        s.unitCategory = category;
-        s.unitTarget = quint8(target);
-        unit = TelemetryUnits::targetName(category, quint8(target), s.var->unit());
-        name = s.var->label().isEmpty() ? tr("Param %1").arg(item.param) : s.var->label();
-    } else {
-        name = tr("Sensor %1, param %2").arg(item.deviceId).arg(item.param);
+        s.unitCategory = s.var->unitCategory();
+        s.unitTarget = shownTarget(*s.var, item);
     }
+    QString unit;
+    const QString name = itemName(item, &unit);
     s.label = tr("%1 [%2]").arg(name, unit);
+    if (!s.var)
+        s.label = tr("%1 (not in this log)").arg(s.label);
     return s;
+}
+
+QString WidgetGraph::itemName(const GraphItem &item, QString *unit) const
+{
+    const quint64 key = item.pair().key();
+    if (const TelemetryVar *var = findVar(item.pair())) {
+        KnownName known;
+        known.label = var->label().isEmpty() ? tr("Param %1").arg(item.param) : var->label();
+        known.unit = TelemetryUnits::targetName(var->unitCategory(), shownTarget(*var, item), var->unit());
+        m_knownNames.insert(key, known);
+        *unit = known.unit;
+        return known.label;
+    }
+    auto it = m_knownNames.find(key);
+    if (it == m_knownNames.end()) {
+        // Never seen in this window: the sensor settings name it, once looked up.
+        KnownName known;
+        SensorRow row;
+        if (m_sensorTable && m_sensorTable->findSensor(item.deviceId, item.param, &row)) {
+            known.label = row.label;
+            const quint8 category = TelemetryUnits::categoryOf(row.unit);
+            known.unit = TelemetryUnits::targetName(
+                category, quint8(qBound(0, row.unitConversion.toInt(), 255)), row.unit);
+        }
+        it = m_knownNames.insert(key, known);
+    }
+    *unit = !it->unit.isEmpty() ? it->unit : item.unit;
+    return !it->label.isEmpty() ? it->label : tr("%1:%2").arg(item.deviceId).arg(item.param);
+}
+
+void WidgetGraph::rememberNames()
+{
+    QString unit;
+    for (const GraphItem &item : qAsConst(m_items)) {
+        if (findVar(item.pair()))
+            itemName(item, &unit);
+    }
 }
 
 QString WidgetGraph::itemLabel(int index) const
@@ -287,20 +326,28 @@ void WidgetGraph::summarizeSlice()
     m_summaryTimer.stop();
 }
 
-void WidgetGraph::updateDataRange()
+bool WidgetGraph::sampleRange(qint64 *first, qint64 *last) const
 {
-    qint64 first = std::numeric_limits<qint64>::max();
-    qint64 last = std::numeric_limits<qint64>::min();
+    *first = std::numeric_limits<qint64>::max();
+    *last = std::numeric_limits<qint64>::min();
     if (const QVector<TelemetrySensor> *sensors = sensorList()) {
         for (const TelemetrySensor &sensor : *sensors) {
             for (const TelemetryVar &var : sensor.vars()) {
                 if (var.values().isEmpty())
                     continue;
-                first = std::min<qint64>(first, var.values().constFirst().timestamp);
-                last = std::max<qint64>(last, var.values().constLast().timestamp);
+                *first = std::min<qint64>(*first, var.values().constFirst().timestamp);
+                *last = std::max<qint64>(*last, var.values().constLast().timestamp);
             }
         }
     }
+    return *first <= *last;
+}
+
+void WidgetGraph::updateDataRange()
+{
+    qint64 first = 0;
+    qint64 last = 0;
+    sampleRange(&first, &last);
     if (m_store) {
         for (const TelemetryMessage &message : m_store->package().messages()) {
             first = std::min<qint64>(first, message.timestamp);
@@ -347,6 +394,7 @@ void WidgetGraph::addData(const TelemetryVar *variable)
     if (!item.color.isValid())
         item.color = nextColor();
     m_items.append(item);
+    rememberNames();
     if (!m_timeline.isFollowing())
         m_timeline.keepInData();
     invalidate();
@@ -366,6 +414,7 @@ void WidgetGraph::sensorsUpdated(const QVector<TelemetrySensor> *sensors)
 {
     if (sensors)
         m_sensors = sensors;
+    rememberNames();
     updateDataRange();
     if (!m_timeline.isFollowing())
         m_timeline.keepInData();
@@ -446,6 +495,7 @@ void WidgetGraph::removeItem(int index)
     if (index < 0 || index >= m_items.size())
         return;
     m_decimator.remove(m_items.at(index).pair().key());
+    m_knownNames.remove(m_items.at(index).pair().key());
     m_items.remove(index);
     invalidate();
 }
@@ -453,17 +503,21 @@ void WidgetGraph::removeItem(int index)
 void WidgetGraph::removeAll()
 {
     m_items.clear();
+    m_knownNames.clear();
     m_decimator.clear();
     invalidate();
 }
 
 QMessageBox::StandardButton WidgetGraph::ask(QMessageBox::Icon icon, const QString &title,
-                                             const QString &text, QMessageBox::StandardButtons buttons)
+                                             const QString &text, QMessageBox::StandardButtons buttons,
+                                             QMessageBox::StandardButton defaultButton)
 {
     if (m_messages)
         return m_messages(this, icon, title, text, buttons);
     QMessageBox box(icon, title, text, buttons, this);
     box.setTextFormat(Qt::RichText);
+    if (defaultButton != QMessageBox::NoButton)
+        box.setDefaultButton(defaultButton);
     return QMessageBox::StandardButton(box.exec());
 }
 
@@ -473,8 +527,9 @@ void WidgetGraph::cutBefore(qint64 t)
         tr("<b>Remove all telemetry before %1?</b><br>The samples and messages before this time "
            "are dropped from the loaded recording.")
             .arg(GraphTicks::cursorTimeText(t));
-    if (ask(QMessageBox::Question, tr("Confirmation"), text, QMessageBox::Yes | QMessageBox::No) ==
-        QMessageBox::Yes)
+    // Enter must not destroy data: No is the default.
+    if (ask(QMessageBox::Question, tr("Confirmation"), text, QMessageBox::Yes | QMessageBox::No,
+            QMessageBox::No) == QMessageBox::Yes)
         emit removeTelemetryBeforeTimestamp(long(t));
 }
 
@@ -484,8 +539,8 @@ void WidgetGraph::cutAfter(qint64 t)
         tr("<b>Remove all telemetry after %1?</b><br>The samples and messages after this time "
            "are dropped from the loaded recording.")
             .arg(GraphTicks::cursorTimeText(t));
-    if (ask(QMessageBox::Question, tr("Confirmation"), text, QMessageBox::Yes | QMessageBox::No) ==
-        QMessageBox::Yes)
+    if (ask(QMessageBox::Question, tr("Confirmation"), text, QMessageBox::Yes | QMessageBox::No,
+            QMessageBox::No) == QMessageBox::Yes)
         emit removeTelemetryAfterTimestamp(long(t));
 }
 
@@ -498,11 +553,10 @@ void WidgetGraph::showProperties(int index)
     const TelemetryVar *var = findVar(pair);
     const GraphRenderer::Series series = seriesFor(original);
     GraphItem start = original;
-    QString name = tr("Sensor %1, param %2").arg(pair.deviceId).arg(pair.param);
-    QString baseUnit = original.unit;
+    QString baseUnit;
+    const QString name = itemName(original, &baseUnit);
     quint8 category = 0;
     if (var) {
-        name = var->label().isEmpty() ? tr("Param %1").arg(pair.param) : var->label();
         baseUnit = var->unit();
         category = var->unitCategory();
         start.unit = TelemetryUnits::targetName(category, series.unitTarget, var->unit());
@@ -613,11 +667,14 @@ QMenu *WidgetGraph::createContextMenu(const QPoint &pos)
     removeAllAction->setEnabled(!m_items.isEmpty());
     connect(removeAllAction, &QAction::triggered, this, &WidgetGraph::removeAll);
 
-    // Cutting a recording while it is being recorded would fight the live data.
+    // Cutting a recording while it is being recorded would fight the live data; a cut at or beyond
+    // either end would leave nothing, or change nothing.
     menu->addSeparator();
     const bool inPlot = m_renderer.plotRect().contains(pos);
     const qint64 t = m_renderer.timeAtX(pos.x());
-    const bool canCut = inPlot && m_timeline.hasData() && !m_timeline.isLive();
+    qint64 first = 0;
+    qint64 last = 0;
+    const bool canCut = inPlot && !m_timeline.isLive() && sampleRange(&first, &last) && first < t && t < last;
     const QString at = GraphTicks::cursorTimeText(t);
     QAction *before = menu->addAction(tr("Remove telemetry before %1").arg(at));
     before->setEnabled(canCut);
@@ -625,6 +682,9 @@ QMenu *WidgetGraph::createContextMenu(const QPoint &pos)
     QAction *after = menu->addAction(tr("Remove telemetry after %1").arg(at));
     after->setEnabled(canCut);
     connect(after, &QAction::triggered, this, [this, t] { cutAfter(t); });
+    QAction *undo = menu->addAction(tr("Undo cut"));
+    undo->setEnabled(m_store && m_store->canUndoCut() && !m_timeline.isLive());
+    connect(undo, &QAction::triggered, this, &WidgetGraph::undoCutRequest);
     return menu;
 }
 

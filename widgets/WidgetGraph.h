@@ -9,6 +9,7 @@
 #include "widgets/SerializableWidget.h"
 #include "widgets/WidgetGraphExport.h"
 
+#include <QHash>
 #include <QImage>
 #include <QMessageBox>
 #include <QPoint>
@@ -32,8 +33,13 @@ class TelemetryData;
 // pins the shared cursor; a double click on an axis opens its properties, on the plot it zooms to the
 // whole recording. Left/Right pan by a tenth, Page Up/Down by a whole span, +/- zoom, Home shows the
 // start and End the newest data (following it while recording). The context menu can also cut the
-// recording before or after the time clicked at (asking first); this emits removeTelemetryBeforeTimestamp
-// or removeTelemetryAfterTimestamp for the store.
+// recording before or after the time clicked at, when that lies inside the recording (asking first, No
+// being the default); this emits removeTelemetryBeforeTimestamp or removeTelemetryAfterTimestamp for the
+// store, and "Undo cut" emits undoCutRequest while the store can take the last cut back.
+//
+// An item whose variable the loaded recording lacks keeps the name and unit it was last shown with (or
+// those of the sensor settings), its axis greyed and marked "(not in this log)"; it is drawn again as
+// soon as a recording has the variable.
 class WidgetGraph : public QWidget, public SerializableWidget
 {
     Q_OBJECT
@@ -67,7 +73,7 @@ public:
     bool hasCursor() const { return m_hasCursor; }
     qint64 cursorTimestamp() const { return m_cursor; }
     qint64 lastUpdate() const { return m_lastUpdate; }
-    // "name [unit]" of an item.
+    // "name [unit]" of an item, followed by " (not in this log)" while the recording lacks its variable.
     QString itemLabel(int index) const;
     // Alarm messages of the loaded recording.
     int alarmCount() const;
@@ -111,6 +117,7 @@ signals:
     void unitChanged(TelemetrySimplePair sensor, QString unit);
     void removeTelemetryBeforeTimestamp(long timestamp);
     void removeTelemetryAfterTimestamp(long timestamp);
+    void undoCutRequest();
 
 protected:
     bool event(QEvent *event) override;
@@ -155,12 +162,26 @@ private:
     int itemAt(const QPoint &pos);
     bool zoomAxis(int index, double factor, int y);
     QMessageBox::StandardButton ask(QMessageBox::Icon icon, const QString &title, const QString &text,
-                                    QMessageBox::StandardButtons buttons);
+                                    QMessageBox::StandardButtons buttons,
+                                    QMessageBox::StandardButton defaultButton = QMessageBox::NoButton);
+    // Times of the store's first and last sample; false when it holds none.
+    bool sampleRange(qint64 *first, qint64 *last) const;
+    // The name and the shown unit of an item's variable, or the last ones known when the store lacks it.
+    QString itemName(const GraphItem &item, QString *unit) const;
+    // Notes the names of the items' variables that the store has now.
+    void rememberNames();
 
     QPointer<TelemetryData> m_store;
     SensorTable *m_sensorTable;
     const QVector<TelemetrySensor> *m_sensors = nullptr;
     QVector<GraphItem> m_items;
+    struct KnownName
+    {
+        QString label;
+        QString unit;
+    };
+    // By variable key: what each item's variable was last shown as, for when a recording lacks it.
+    mutable QHash<quint64, KnownName> m_knownNames;
     GraphTimeline m_timeline;
     qint64 m_lastUpdate = 0;
     bool m_showMessages = false;

@@ -1,4 +1,5 @@
 #include "widgets/WidgetGraphExport.h"
+#include "telemetry/AtomicFile.h"
 
 #include <QDialogButtonBox>
 #include <QDir>
@@ -184,7 +185,7 @@ bool WidgetGraphExport::writePng(const QImage &image, const QString &path, QStri
         file.cancelWriting();
         return false;
     }
-    if (!file.commit()) {
+    if (!AtomicFile::commit(file)) {
         *error = tr("%1: %2").arg(name, file.errorString());
         return false;
     }

@@ -1,4 +1,5 @@
 #include "widgets/WidgetManager.h"
+#include "telemetry/AtomicFile.h"
 
 #include "database/DatabaseManager.h"
 #include "database/DefaultLayout.h"
@@ -15,13 +16,18 @@
 #include "widgets/WindowHub.h"
 #include "widgets/WindowTypes.h"
 
+#include <QApplication>
 #include <QDebug>
 #include <QDir>
 #include <QFile>
 #include <QFileDialog>
 #include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QMainWindow>
 #include <QSaveFile>
+#include <QTimer>
 
 // Resources of a static library are registered by hand; outside any namespace, as the macro requires.
 static void initWidgetResources()
@@ -40,6 +46,31 @@ bool setError(QString *error, const QString &text)
 QString html(const QString &text)
 {
     return text.toHtmlEscaped();
+}
+
+constexpr int kIdleRetryMs = 40;
+
+// The layout without what follows the screen rather than the user: sizes, positions and the visible span.
+QJsonValue withoutGeometry(const QJsonValue &value)
+{
+    static const QStringList kIgnored = {QStringLiteral("Sizes"),  QStringLiteral("Width"),
+                                         QStringLiteral("Height"), QStringLiteral("X"),
+                                         QStringLiteral("Y"),      QStringLiteral("TimeFrom")};
+    if (value.isArray()) {
+        QJsonArray out;
+        for (const QJsonValue &v : value.toArray())
+            out.append(withoutGeometry(v));
+        return out;
+    }
+    if (!value.isObject())
+        return value;
+    QJsonObject out;
+    const QJsonObject in = value.toObject();
+    for (auto it = in.begin(); it != in.end(); ++it) {
+        if (!kIgnored.contains(it.key()))
+            out.insert(it.key(), withoutGeometry(it.value()));
+    }
+    return out;
 }
 } // namespace
 
@@ -292,8 +323,38 @@ bool WidgetManager::loadLayout(const QByteArray &json, QString *error)
         window->setGeometry(geometry);
         window->show();
     }
+    m_loadedArrangement = arrangement();
     emit layoutLoaded();
     return true;
+}
+
+QByteArray WidgetManager::arrangement()
+{
+    const QJsonDocument doc = QJsonDocument::fromJson(saveLayout(SerializableWidget::kForDatabase));
+    return QJsonDocument(withoutGeometry(doc.object()).toObject()).toJson(QJsonDocument::Compact);
+}
+
+bool WidgetManager::layoutChangedSinceLoad()
+{
+    return arrangement() != m_loadedArrangement;
+}
+
+bool WidgetManager::isInteracting()
+{
+    return QApplication::activePopupWidget() || QApplication::activeModalWidget();
+}
+
+void WidgetManager::runWhenIdle(std::function<void()> job)
+{
+    // Checked when the job is due, not when it is queued: a menu may have opened in between.
+    QTimer::singleShot(0, this, [this, job = std::move(job)]() mutable {
+        if (!isInteracting()) {
+            job();
+            return;
+        }
+        QTimer::singleShot(kIdleRetryMs, this,
+                           [this, job = std::move(job)]() mutable { runWhenIdle(std::move(job)); });
+    });
 }
 
 bool WidgetManager::writeLayoutFile(const QString &path, QString *error)
@@ -303,7 +364,7 @@ bool WidgetManager::writeLayoutFile(const QString &path, QString *error)
     if (!file.open(QIODevice::WriteOnly))
         return setError(error, tr("%1: %2").arg(name, file.errorString()));
     const QByteArray data = saveLayout(SerializableWidget::kForFile);
-    if (file.write(data) != data.size() || !file.commit())
+    if (file.write(data) != data.size() || !AtomicFile::commit(file))
         return setError(error, tr("%1: %2").arg(name, file.errorString()));
     return true;
 }

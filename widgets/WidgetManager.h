@@ -105,6 +105,14 @@ public:
     // The folder of the last layout file chosen in a dialog.
     QString lastFolder() const { return m_lastFolder; }
 
+    // Runs job from the event loop once no menu or modal dialog is open. A layout swap deletes windows,
+    // and a window whose menu or dialog is still running on the stack must not go away under it.
+    void runWhenIdle(std::function<void()> job);
+    static bool isInteracting();
+    // Whether the user rearranged the windows since the last layout was loaded. Splitter sizes and
+    // window geometry do not count: they follow the main window's size.
+    bool layoutChangedSinceLoad();
+
     void setMessageHandler(MessageHandler handler) { m_messages = std::move(handler); }
     QMessageBox::StandardButton showMessage(QWidget *parent, QMessageBox::Icon icon, const QString &title,
                                             const QString &text,
@@ -122,6 +130,7 @@ signals:
 
 private:
     void closeDataWindows();
+    QByteArray arrangement();
     QWidget *dialogParent(QWidget *parent) const;
 
     QPointer<WindowHub> m_hub;
@@ -135,5 +144,6 @@ private:
     QList<QPointer<QMainWindow>> m_dataWindows;
     QByteArray m_clipboard;
     QString m_lastFolder;
+    QByteArray m_loadedArrangement;
     MessageHandler m_messages;
 };

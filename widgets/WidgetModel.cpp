@@ -5,7 +5,10 @@
 #include "database/ModelFolderTree.h"
 #include "database/ModelLibrary.h"
 #include "database/ModelTableModel.h"
+#include "telemetry/LogFileWriter.h"
+#include "telemetry/TelemetryData.h"
 #include "widgets/DeletableTreeView.h"
+#include "widgets/DialogLoadLog.h"
 #include "widgets/LayoutJsonWriter.h"
 #include "widgets/WindowTypes.h"
 
@@ -19,12 +22,14 @@
 #include <QMenu>
 #include <QMessageBox>
 #include <QPlainTextEdit>
+#include <QSignalBlocker>
 #include <QSplitter>
 #include <QTableView>
 #include <QToolButton>
 #include <QVBoxLayout>
 
-WidgetModel::WidgetModel(DatabaseManager *database, ModelLibrary *library, TelemetryData *store, QWidget *parent)
+WidgetModel::WidgetModel(DatabaseManager *database, ModelLibrary *library, TelemetryData *store,
+                         QWidget *parent)
     : QWidget(parent), m_database(database), m_library(library), m_store(store)
 {
     m_models = new ModelTableModel(database, this);
@@ -113,8 +118,15 @@ int WidgetModel::selectedModel() const
 void WidgetModel::selectModel(int modelId)
 {
     const int row = m_models->rowOfModel(modelId);
-    if (row >= 0)
+    if (row >= 0) {
         m_modelView->selectRow(row);
+        return;
+    }
+    const QSignalBlocker block(m_modelView->selectionModel());
+    m_modelView->clearSelection();
+    m_modelView->setCurrentIndex(QModelIndex());
+    m_tree->setModelId(-1);
+    m_activeModel = -1;
 }
 
 void WidgetModel::reload()
@@ -145,7 +157,8 @@ QModelIndex WidgetModel::currentItem() const
 
 bool WidgetModel::confirm(const QString &title, const QString &question)
 {
-    return QMessageBox::question(this, title, question, QMessageBox::Yes | QMessageBox::No) == QMessageBox::Yes;
+    return QMessageBox::question(this, title, question, QMessageBox::Yes | QMessageBox::No) ==
+           QMessageBox::Yes;
 }
 
 void WidgetModel::showError(const QString &text)
@@ -167,7 +180,10 @@ void WidgetModel::treeMenu(const QPoint &pos)
     menu.addAction(tr("Edit"), this, &WidgetModel::editFile)->setEnabled(index.isValid());
     menu.addAction(tr("Delete"), this, &WidgetModel::removeFileAction)->setEnabled(isLog);
     menu.addSeparator();
-    menu.addAction(tr("Create folder..."), this, &WidgetModel::newFolderAction)->setEnabled(selectedModel() >= 0);
+    menu.addAction(tr("Create folder..."), this, &WidgetModel::newFolderAction)
+        ->setEnabled(selectedModel() >= 0);
+    menu.addAction(tr("Load log files..."), this, &WidgetModel::loadLogFiles)
+        ->setEnabled(selectedModel() >= 0);
     menu.addAction(tr("Delete folder"), this, &WidgetModel::removeFolderAction)->setEnabled(isFolder);
     menu.exec(m_treeView->viewport()->mapToGlobal(pos));
 }
@@ -177,7 +193,11 @@ void WidgetModel::modelMenu(const QPoint &pos)
     QMenu menu(this);
     menu.addAction(tr("Create model..."), this, &WidgetModel::newModel);
     menu.addAction(tr("Edit model..."), this, &WidgetModel::editModel)->setEnabled(selectedModel() >= 0);
-    menu.addAction(tr("Delete model"), this, &WidgetModel::removeModelAction)->setEnabled(selectedModel() >= 0);
+    menu.addAction(tr("Delete model"), this, &WidgetModel::removeModelAction)
+        ->setEnabled(selectedModel() >= 0);
+    menu.addSeparator();
+    menu.addAction(tr("Load log files..."), this, &WidgetModel::loadLogFiles)
+        ->setEnabled(selectedModel() >= 0);
     menu.exec(m_modelView->viewport()->mapToGlobal(pos));
 }
 
@@ -189,7 +209,8 @@ void WidgetModel::onCustomHeaderMenuRequest(const QPoint &pos)
         a->setCheckable(true);
         a->setChecked(!m_modelView->isColumnHidden(c));
         a->setEnabled(c != 0);
-        connect(a, &QAction::toggled, this, [this, c](bool shown) { m_modelView->setColumnHidden(c, !shown); });
+        connect(a, &QAction::toggled, this,
+                [this, c](bool shown) { m_modelView->setColumnHidden(c, !shown); });
     }
     menu.exec(m_modelView->horizontalHeader()->mapToGlobal(pos));
 }
@@ -198,6 +219,8 @@ void WidgetModel::openFile()
 {
     const QModelIndex item = currentItem();
     if (!item.isValid() || m_tree->itemKind(item) != ModelFolderTree::LogItem)
+        return;
+    if (m_openGuard && !m_openGuard(item.data().toString()))
         return;
     if (!m_tree->openLog(item, m_store)) {
         showError(tr("<b>Unable to load the logfile:</b><ul><li>%1</li></ul>").arg(m_tree->lastError()));
@@ -211,8 +234,8 @@ void WidgetModel::exportFile()
     const QModelIndex item = currentItem();
     if (!item.isValid() || m_tree->itemKind(item) != ModelFolderTree::LogItem)
         return;
-    const QString path = QFileDialog::getSaveFileName(this, tr("Save as Log file"), item.data().toString(),
-                                                      tr("LOG files (*.log);;All files(*.*)"));
+    const QString path = LogFileWriter::withLogSuffix(QFileDialog::getSaveFileName(
+        this, tr("Save as Log file"), item.data().toString(), tr("LOG files (*.log);;All files(*.*)")));
     if (path.isEmpty())
         return;
     if (!m_tree->exportLog(item, path))
@@ -225,8 +248,8 @@ void WidgetModel::editFile()
     if (!item.isValid())
         return;
     // A log's comment is what usually needs writing; a folder has only its name.
-    const int column =
-        m_tree->itemKind(item) == ModelFolderTree::LogItem ? ModelFolderTree::DetailsColumn : ModelFolderTree::FileColumn;
+    const int column = m_tree->itemKind(item) == ModelFolderTree::LogItem ? ModelFolderTree::DetailsColumn
+                                                                          : ModelFolderTree::FileColumn;
     m_treeView->edit(item.siblingAtColumn(column));
 }
 
@@ -263,7 +286,8 @@ void WidgetModel::removeFolderAction()
     const QModelIndex item = currentItem();
     if (!item.isValid() || m_tree->itemKind(item) != ModelFolderTree::FolderItem)
         return;
-    if (confirm(tr("Delete folder"), tr("Really delete folder and all its contents?")) && !m_tree->removeItem(item))
+    if (confirm(tr("Delete folder"), tr("Really delete folder and all its contents?")) &&
+        !m_tree->removeItem(item))
         showError(m_tree->lastError());
 }
 
@@ -302,11 +326,10 @@ void WidgetModel::editModel()
     connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
     if (dialog.exec() != QDialog::Accepted || name->text().trimmed().isEmpty())
         return;
-    model.name = name->text().trimmed();
-    model.description = description->toPlainText();
-    if (!m_database->updateModel(model))
-        showError(m_database->lastError());
+    if (!m_library->renameModel(model.id, name->text(), description->toPlainText()))
+        showError(m_library->lastError());
     reload();
+    emit modelRenamed(model.id);
 }
 
 void WidgetModel::removeModelAction()
@@ -314,8 +337,30 @@ void WidgetModel::removeModelAction()
     const int id = selectedModel();
     if (id < 0 || !confirm(tr("Delete model"), tr("Really delete model and all its associated data?")))
         return;
-    if (!m_library->deleteModel(id))
+    if (!m_library->deleteModel(id)) {
         showError(m_library->lastError());
+        return;
+    }
+    // No other model becomes active by accident: the rows below the deleted one would be selected next.
+    const QSignalBlocker block(m_modelView->selectionModel());
     m_models->reload();
-    m_tree->setModelId(selectedModel());
+    m_modelView->clearSelection();
+    m_modelView->setCurrentIndex(QModelIndex());
+    m_tree->setModelId(-1);
+    m_activeModel = -1;
+    emit modelDeleted(id);
+}
+
+void WidgetModel::loadLogFiles()
+{
+    // A log opened from the database is stored already; offering it again would make a copy.
+    const bool offerOpen = m_store && m_store->storedLogId() < 0;
+    DialogLoadLog dialog(m_library, selectedModel(), {}, offerOpen ? &m_store->package() : nullptr, this);
+    // The folder picked in the tree (a log: its folder) is the likely target too.
+    const QModelIndex item = currentItem();
+    if (item.isValid())
+        dialog.selectFolder(
+            m_tree->itemId(m_tree->itemKind(item) == ModelFolderTree::FolderItem ? item : item.parent()));
+    connect(&dialog, &DialogLoadLog::logsStored, this, &WidgetModel::reload);
+    dialog.exec();
 }

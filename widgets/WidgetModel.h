@@ -4,6 +4,8 @@
 
 #include <QWidget>
 
+#include <functional>
+
 class DatabaseManager;
 class DeletableTreeView;
 class ModelFolderTree;
@@ -18,13 +20,18 @@ class WidgetModel : public QWidget, public SerializableWidget
 {
     Q_OBJECT
 public:
-    WidgetModel(DatabaseManager *database, ModelLibrary *library, TelemetryData *store, QWidget *parent = nullptr);
+    WidgetModel(DatabaseManager *database, ModelLibrary *library, TelemetryData *store,
+                QWidget *parent = nullptr);
 
     int load(const LayoutJsonValue &object) override;
     int save(LayoutJsonWriter &writer, quint8 flag) override;
 
     int selectedModel() const;
+    // -1, or a model that is gone: nothing selected, and nothing is announced.
     void selectModel(int modelId);
+    // Asked before a stored log replaces what the store holds (a running recording); false keeps it.
+    using OpenGuard = std::function<bool(const QString &logName)>;
+    void setOpenGuard(OpenGuard guard) { m_openGuard = std::move(guard); }
     ModelFolderTree *tree() const { return m_tree; }
     ModelTableModel *models() const { return m_models; }
 
@@ -38,6 +45,8 @@ public slots:
     void newModel();
     void editModel();
     void removeModelAction();
+    // "Load log files...": stores files or the open log under the selected model and folder.
+    void loadLogFiles();
     void newFolder();
     void onCustomHeaderMenuRequest(const QPoint &pos);
     // Reads models and tree again (after an import or a recording was stored).
@@ -47,6 +56,9 @@ signals:
     // The user chose another model: its layout and recordings become the active ones.
     void modelActivated(int modelId);
     void logOpened(int logId);
+    void modelRenamed(int modelId);
+    // The model is gone from the database; no model is selected any more.
+    void modelDeleted(int modelId);
 
 private:
     void modelSelectionChanged();
@@ -64,4 +76,5 @@ private:
     QTableView *m_modelView;
     DeletableTreeView *m_treeView;
     int m_activeModel = -1;
+    OpenGuard m_openGuard;
 };

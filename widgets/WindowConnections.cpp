@@ -42,6 +42,7 @@ const Route kRoutes[] = {
      "removeTelemetryBeforeTimestamp(long)"},
     {WindowTypes::Graph, WindowToHub, "removeTelemetryAfterTimestamp(long)",
      "removeTelemetryAfterTimestamp(long)"},
+    {WindowTypes::Graph, WindowToHub, "undoCutRequest()", "undoCutRequest()"},
 
     {WindowTypes::Maps, HubToWindow, "addSensorRequest(const TelemetryVar*)", "addData(const TelemetryVar*)"},
     {WindowTypes::Maps, HubToWindow, "updateSensorsRequest(const QVector<TelemetrySensor>*)",

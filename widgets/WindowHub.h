@@ -37,6 +37,8 @@ signals:
     void unitChanged(TelemetrySimplePair sensor, QString unit);
     void removeTelemetryBeforeTimestamp(long timestamp);
     void removeTelemetryAfterTimestamp(long timestamp);
+    // Take the last cut back (TelemetryData::undoCut).
+    void undoCutRequest();
     void GPSExport();
     void sensorsCleared();
     void logStatusChanged(bool logging);

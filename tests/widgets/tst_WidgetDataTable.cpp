@@ -105,6 +105,8 @@ private slots:
     void madeAndWiredByTheManager();
     void cellsFollowTheSwitches_data();
     void cellsFollowTheSwitches();
+    void lastRowHoldsTheLastSample_data();
+    void lastRowHoldsTheLastSample();
     void periodAppliesWhenEditingFinishes();
     void dropAddsAVariable();
     void contextMenuRemovesColumns();
@@ -257,6 +259,91 @@ void tst_WidgetDataTable::cellsFollowTheSwitches()
     // The voltage ends at 1 s: its later cells are empty while the altitude goes on.
     QCOMPARE(cell(model, 15, 0), QString());
     QCOMPARE(cell(model, 20, 1), QStringLiteral("300.00"));
+}
+
+// The table runs up to the first step at or after a variable's last sample, and that row shows the last
+// sample's value, also when the sample falls between two steps.
+void tst_WidgetDataTable::lastRowHoldsTheLastSample_data()
+{
+    QTest::addColumn<QVector<qint32>>("times");
+    QTest::addColumn<bool>("valid");
+    QTest::addColumn<bool>("live");
+    QTest::addColumn<bool>("longerColumn");
+    QVector<qint32> onSteps;
+    for (qint32 t = 0; t <= 1000; t += 100)
+        onSteps << t;
+    QVector<qint32> between = onSteps.mid(0, 10);
+    between << 950;
+    QTest::newRow("on a step, hold") << onSteps << false << false << false;
+    QTest::newRow("on a step, hold, live") << onSteps << false << true << false;
+    QTest::newRow("on a step, valid") << onSteps << true << false << false;
+    QTest::newRow("between steps, hold") << between << false << false << false;
+    QTest::newRow("between steps, hold, live") << between << false << true << false;
+    QTest::newRow("between steps, valid") << between << true << false << false;
+    QTest::newRow("between steps, beside a longer column") << between << false << false << true;
+}
+
+void tst_WidgetDataTable::lastRowHoldsTheLastSample()
+{
+    QFETCH(QVector<qint32>, times);
+    QFETCH(bool, valid);
+    QFETCH(bool, live);
+    QFETCH(bool, longerColumn);
+    // The k-th sample has the value k + 1; with 100 ms steps no two samples lie 1501 ms apart, so both
+    // modes hold the latest sample at or before each row.
+    const int period = 100;
+    QVector<TelemetrySample> samples;
+    for (int k = 0; k < times.size(); ++k)
+        samples.append({kBattery, 1, sample(times.at(k), k + 1)});
+    int voltageRows = 0;
+    for (qint64 t = 0;; t += period) {
+        ++voltageRows;
+        if (t >= times.constLast())
+            break;
+    }
+    const auto expected = [&](int row) {
+        if (row >= voltageRows)
+            return QString();
+        const int held = int(std::count_if(times.cbegin(), times.cend(),
+                                           [row, period](qint32 t) { return t <= qint64(row) * period; }));
+        return held == 0 ? QString() : QStringLiteral("%1.00").arg(held);
+    };
+
+    TelemetryDataPackage p = fixture();
+    TelemetryVar &voltage = p.device(kBattery)->vars()[0];
+    voltage.values().clear();
+    if (!live) {
+        for (const TelemetrySample &s : samples)
+            voltage.append(s.value);
+    }
+    m_store->setPackage(p);
+    const QString sensors =
+        longerColumn ? QStringLiteral("[[65539,1],[65540,1]]") : QStringLiteral("[[65539,1]]");
+    QVERIFY(loadInto(*m_window, QStringLiteral(R"({"Type":"DataTable","Sensors":%1,"Period":%2,"Valid":%3})")
+                                    .arg(sensors)
+                                    .arg(period)
+                                    .arg(valid ? "true" : "false")
+                                    .toUtf8()));
+    for (int k = 0; live && k < samples.size(); ++k) {
+        m_store->appendSamples({samples.at(k)});
+        m_window->dataUpdated(m_store->sensors());
+    }
+
+    const DataTableModel *model = m_window->model();
+    // The altitude runs to 2000 ms.
+    QCOMPARE(model->rowCount(), longerColumn ? 21 : voltageRows);
+    for (int r = 0; r < model->rowCount(); ++r)
+        QCOMPARE(cell(model, r, 0), expected(r));
+    QCOMPARE(cell(model, voltageRows - 1, 0), QStringLiteral("%1.00").arg(times.size()));
+
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("table.csv"));
+    QVERIFY(m_window->exportCsvTo(path));
+    const QList<QByteArray> lines = readAll(path).split('\n');
+    QCOMPARE(lines.size(), model->rowCount() + 2); // the header, the rows, nothing after the last break
+    QVERIFY2(lines.at(voltageRows)
+                 .startsWith(QByteArray("0:00:01.000;") + QByteArray::number(times.size()) + ".00"),
+             lines.at(voltageRows).constData());
 }
 
 void tst_WidgetDataTable::periodAppliesWhenEditingFinishes()

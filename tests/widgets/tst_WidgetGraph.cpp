@@ -9,6 +9,9 @@
 #include "widgets/WidgetGraph.h"
 #include "widgets/WidgetGraphExport.h"
 #include "widgets/WidgetGraphProperties.h"
+#include "widgets/WindowConnections.h"
+#include "widgets/WindowHub.h"
+#include "widgets/WindowTypes.h"
 
 #include <QAction>
 #include <QCheckBox>
@@ -155,6 +158,7 @@ private slots:
     void newItemsTakeSensorDefaults();
     void itemLabels_data();
     void itemLabels();
+    void missingVariableKeepsItsName();
     void mouseSharesCursor();
     void wheelAndDrag();
     void lockedAxisIgnoresMouse();
@@ -167,6 +171,9 @@ private slots:
     void transparencyPercent();
     void cutRecording_data();
     void cutRecording();
+    void cutOnlyInsideTheRecording_data();
+    void cutOnlyInsideTheRecording();
+    void cutConfirmationDefaultsToNo();
     void valueAtCursor_data();
     void valueAtCursor();
     void themesReadable_data();
@@ -457,7 +464,9 @@ void tst_WidgetGraph::itemLabels_data()
     QTest::newRow("unit without category") << 2u << "km"
                                            << "Voltage [V]";
     QTest::newRow("variable not in the store") << 7u << "m"
-                                               << "Sensor 5, param 7 [m]";
+                                               << "5:7 [m] (not in this log)";
+    QTest::newRow("not in the store, named by the sensor settings") << 8u << ""
+                                                                    << "Airspeed [km/h] (not in this log)";
 }
 
 void tst_WidgetGraph::itemLabels()
@@ -465,6 +474,13 @@ void tst_WidgetGraph::itemLabels()
     QFETCH(quint32, param);
     QFETCH(QString, unit);
     QFETCH(QString, label);
+    SensorRow row;
+    row.id = kDevice;
+    row.param = 8;
+    row.label = QStringLiteral("Airspeed");
+    row.unit = QStringLiteral("m/s");
+    row.unitConversion = QStringLiteral("1");
+    m_table->insertDefaultSensor(row);
     const QByteArray json =
         QStringLiteral(R"({"Type":"Graph","Sensors":[[5,%1,1,0,0,0,0,255,"%2",0,128,20]]})")
             .arg(param)
@@ -472,6 +488,44 @@ void tst_WidgetGraph::itemLabels()
             .toUtf8();
     QCOMPARE(m_graph->load(parse(json)), 0);
     QCOMPARE(m_graph->itemLabel(0), label);
+}
+
+// A log without the variable leaves its axis with the name it had, greyed; a log with it plots it again.
+void tst_WidgetGraph::missingVariableKeepsItsName()
+{
+    m_graph->addData(var(1));
+    const QRgb colour = m_graph->items().at(0).color.rgb();
+    const auto colouredAxisPixels = [this, colour] {
+        m_graph->sensorsUpdated(m_store->sensors());
+        m_graph->grab();
+        const QRect axis = m_graph->renderer().axes().at(0).rect;
+        const QImage image = m_graph->renderImage(m_graph->size());
+        int n = 0;
+        for (int y = axis.top(); y <= axis.bottom(); ++y) {
+            for (int x = axis.left(); x <= axis.right(); ++x)
+                n += image.pixel(x, y) == colour ? 1 : 0;
+        }
+        return n;
+    };
+    QVERIFY(colouredAxisPixels() > 0);
+
+    TelemetryDataPackage other;
+    other.addDevice(kDevice + 1, QStringLiteral("Other"));
+    TelemetryVar rpm(kDevice + 1, 1, QStringLiteral("RPM"), QString());
+    rpm.append(raw(4, 0, 3000, 0));
+    other.devices()[0].vars() << rpm;
+    m_store->setPackage(other);
+    const QString label = m_graph->itemLabel(0);
+    QVERIFY2(label.startsWith(QLatin1String("Altitude [m]")) &&
+                 label.contains(QLatin1String("(not in this log)")) &&
+                 !label.contains(QLatin1String("Sensor ")),
+             qPrintable(label));
+    QCOMPARE(colouredAxisPixels(), 0);
+
+    m_store->setPackage(flight());
+    QCOMPARE(m_graph->itemLabel(0), QStringLiteral("Altitude [m]"));
+    QVERIFY(colouredAxisPixels() > 0);
+    QVERIFY(m_graph->renderer().result(0).columns.size() > 0);
 }
 
 void tst_WidgetGraph::mouseSharesCursor()
@@ -748,10 +802,14 @@ void tst_WidgetGraph::cutRecording()
     QFETCH(bool, before);
     QFETCH(int, answer);
     m_answer = QMessageBox::StandardButton(answer);
-    connect(m_graph.get(), &WidgetGraph::removeTelemetryBeforeTimestamp, m_store.get(),
+    // Wired as the main window wires it: through the hub.
+    WindowHub hub;
+    WindowConnections::connect(m_graph.get(), WindowTypes::Graph, &hub, m_store.get());
+    connect(&hub, &WindowHub::removeTelemetryBeforeTimestamp, m_store.get(),
             [this](long t) { m_store->removeDataBeforeTimestamp(t); });
-    connect(m_graph.get(), &WidgetGraph::removeTelemetryAfterTimestamp, m_store.get(),
+    connect(&hub, &WindowHub::removeTelemetryAfterTimestamp, m_store.get(),
             [this](long t) { m_store->removeDataAfterTimestamp(t); });
+    connect(&hub, &WindowHub::undoCutRequest, m_store.get(), &TelemetryData::undoCut);
     m_graph->addData(var(1));
     m_graph->setTimeSpan(0, 60000);
     m_graph->grab();
@@ -775,6 +833,68 @@ void tst_WidgetGraph::cutRecording()
         QVERIFY(values.constLast().timestamp <= t && values.constLast().timestamp > t - 100);
         QCOMPARE(values.constFirst().timestamp, 0);
     }
+
+    // One step back, offered only while there is one.
+    menu.reset(m_graph->createContextMenu(at));
+    QAction *undo = action(menu.get(), QStringLiteral("Undo cut"));
+    QVERIFY(undo);
+    QCOMPARE(undo->isEnabled(), answer == QMessageBox::Yes);
+    undo->trigger();
+    QCOMPARE(var(1)->count(), kEnd / 100 + 1);
+    QCOMPARE(var(1)->values().constFirst().timestamp, 0);
+    QCOMPARE(var(1)->values().constLast().timestamp, kEnd);
+    menu.reset(m_graph->createContextMenu(at));
+    QVERIFY(!action(menu.get(), QStringLiteral("Undo cut"))->isEnabled());
+}
+
+// Only a time strictly inside the recording can be cut at: before its first sample "after" would drop
+// everything, and at or beyond either end there is nothing to drop.
+void tst_WidgetGraph::cutOnlyInsideTheRecording_data()
+{
+    QTest::addColumn<qint64>("t");
+    QTest::addColumn<bool>("enabled");
+    QTest::newRow("before the first sample") << qint64(10000) << false;
+    QTest::newRow("inside") << qint64(30000) << true;
+    QTest::newRow("after the last sample") << qint64(50000) << false;
+}
+
+void tst_WidgetGraph::cutOnlyInsideTheRecording()
+{
+    QFETCH(qint64, t);
+    QFETCH(bool, enabled);
+    TelemetryDataPackage p;
+    p.addDevice(kDevice, QStringLiteral("Vario"));
+    TelemetryVar altitude(kDevice, 1, QStringLiteral("Altitude"), QStringLiteral("m"));
+    for (qint32 ms = 20000; ms <= 40000; ms += 100)
+        altitude.append(raw(1, 1, ms / 100, ms));
+    p.devices()[0].vars() << altitude;
+    m_store->setPackage(p);
+    m_graph->addData(var(1));
+    m_graph->setTimeSpan(0, 60000);
+    m_graph->grab();
+    QCOMPARE(m_graph->timeFrom(), qint64(0));
+    const GraphRenderer &r = m_graph->renderer();
+    const QPoint at(int(std::lround(r.xAtTime(t))), r.plotRect().center().y());
+    std::unique_ptr<QMenu> menu(m_graph->createContextMenu(at));
+    QCOMPARE(action(menu.get(), QStringLiteral("Remove telemetry before"))->isEnabled(), enabled);
+    QCOMPARE(action(menu.get(), QStringLiteral("Remove telemetry after"))->isEnabled(), enabled);
+}
+
+// Enter in the confirmation must not destroy the recording.
+void tst_WidgetGraph::cutConfirmationDefaultsToNo()
+{
+    connect(m_graph.get(), &WidgetGraph::removeTelemetryAfterTimestamp, m_store.get(),
+            [this](long t) { m_store->removeDataAfterTimestamp(t); });
+    m_graph->setMessageHandler({});
+    m_graph->show();
+    QMessageBox::StandardButton shownDefault = QMessageBox::NoButton;
+    onModal<QMessageBox>([&shownDefault](QMessageBox *box) {
+        shownDefault = box->standardButton(box->defaultButton());
+        QTest::keyClick(box, Qt::Key_Return);
+    });
+    m_graph->cutAfter(30000);
+    QCOMPARE(shownDefault, QMessageBox::No);
+    QCOMPARE(var(1)->count(), kEnd / 100 + 1);
 }
 
 void tst_WidgetGraph::valueAtCursor_data()

@@ -209,6 +209,7 @@ void tst_WidgetLogSensors::liveCounts()
 void tst_WidgetLogSensors::collapsedDevicesStayCollapsed()
 {
     itemFor(kGps, -1)->setExpanded(false);
+    m_store->setLogging(true); // live descriptions reach an open log only while recording
     m_store->describeSensor(kUnnamed, 8, QStringLiteral("RPM"), QString());
     QVERIFY(itemFor(kUnnamed, 8));
     QVERIFY(!itemFor(kGps, -1)->isExpanded());
