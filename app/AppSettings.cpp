@@ -1,4 +1,5 @@
 #include "app/AppSettings.h"
+#include "telemetry/AtomicFile.h"
 
 #include <QDir>
 #include <QFile>
@@ -12,10 +13,12 @@
 const QStringList &AppSettings::keys()
 {
     static const QStringList list = {
-        QStringLiteral("Version"),         QStringLiteral("Opendir"),          QStringLiteral("Exportdir"),
-        QStringLiteral("Port"),            QStringLiteral("Win-State"),        QStringLiteral("Win-Size"),
-        QStringLiteral("Joy-GUID"),        QStringLiteral("Bmp-Export-Path"),  QStringLiteral("Bmp-Export-Width"),
-        QStringLiteral("Bmp-Export-Height"), QStringLiteral("AutoUpdate"),     QStringLiteral("Model-ID"),
+        QStringLiteral("Version"),          QStringLiteral("Opendir"),
+        QStringLiteral("Exportdir"),        QStringLiteral("Port"),
+        QStringLiteral("Win-State"),        QStringLiteral("Win-Size"),
+        QStringLiteral("Joy-GUID"),         QStringLiteral("Bmp-Export-Path"),
+        QStringLiteral("Bmp-Export-Width"), QStringLiteral("Bmp-Export-Height"),
+        QStringLiteral("AutoUpdate"),       QStringLiteral("Model-ID"),
     };
     return list;
 }
@@ -110,7 +113,7 @@ bool AppSettings::save(const QString &path) const
 {
     QSaveFile file(path);
     const QByteArray data = toJson();
-    if (!file.open(QIODevice::WriteOnly) || file.write(data) != data.size() || !file.commit()) {
+    if (!file.open(QIODevice::WriteOnly) || file.write(data) != data.size() || !AtomicFile::commit(file)) {
         const_cast<AppSettings *>(this)->m_lastError = tr("%1: %2").arg(path, file.errorString());
         return false;
     }

@@ -33,19 +33,22 @@ void LogLoadTask::start(const QString &path)
     m_thread = QThread::create([this, path, sensors] {
         TelemetryDataPackage package;
         QString error;
+        QString warning;
         int lastPercent = -1;
-        const bool ok = TelemetryData::readFile(path, &package, sensors, &error, [&](qint64 done, qint64 total) {
+        const auto onProgress = [&](qint64 done, qint64 total) {
             const int percent = total > 0 ? int(done * 100 / total) : 0;
             if (percent != lastPercent) {
                 lastPercent = percent;
                 emit progress(percent);
             }
             return !m_cancel.load();
-        });
+        };
+        const bool ok = TelemetryData::readFile(path, &package, sensors, &error, onProgress, &warning);
         if (m_cancel)
-            emit finished(false, TelemetryDataPackage(), QString(), path);
+            emit finished(false, TelemetryDataPackage(), QString(), path, QString());
         else
-            emit finished(ok, ok ? package : TelemetryDataPackage(), ok ? QString() : error, path);
+            emit finished(ok, ok ? package : TelemetryDataPackage(), ok ? QString() : error, path,
+                          ok ? warning : QString());
     });
     m_thread->setObjectName(QStringLiteral("log-load"));
     m_thread->start();

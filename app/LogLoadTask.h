@@ -30,8 +30,10 @@ public slots:
 
 signals:
     void progress(int percent);
-    // ok false with an empty error: cancelled.
-    void finished(bool ok, const TelemetryDataPackage &package, const QString &error, const QString &path);
+    // ok false with an empty error: cancelled. warning: with ok, what of the file could not be read
+    // (damaged lines, cut off); empty when it read whole.
+    void finished(bool ok, const TelemetryDataPackage &package, const QString &error, const QString &path,
+                  const QString &warning);
 
 private:
     SensorTable *m_sensors;

@@ -6,6 +6,7 @@
 #include "app/PlaybackBar.h"
 #include "app/RecordingController.h"
 #include "app/SensorTableBridge.h"
+#include "database/DataFolderCheck.h"
 #include "database/DatabaseManager.h"
 #include "database/DefaultLayout.h"
 #include "database/Logger.h"
@@ -17,6 +18,7 @@
 #include "telemetry/LogFileWriter.h"
 #include "telemetry/TelemetryData.h"
 #include "widgets/DialogKMLExport.h"
+#include "widgets/DialogLoadLog.h"
 #include "widgets/WidgetDataTable.h"
 #include "widgets/WidgetGraph.h"
 #include "widgets/WidgetGraphExport.h"
@@ -48,7 +50,6 @@
 #include <QTimer>
 #include <QToolBar>
 #include <QUrl>
-#include <QVersionNumber>
 
 MainWindow::MainWindow(AppSettings *settings, Logger *logger, QWidget *parent)
     : QMainWindow(parent), m_settings(settings), m_logger(logger)
@@ -59,13 +60,10 @@ MainWindow::MainWindow(AppSettings *settings, Logger *logger, QWidget *parent)
 
     const QString data = AppSettings::dataFolder();
     m_database = new DatabaseManager(data, logger);
-    if (m_database->openAndInitialise()) {
-        // The version that wrote the settings decides which schema steps are still to run.
-        Q_UNUSED(QVersionNumber::fromString(m_settings->text(QStringLiteral("Version"))));
-        m_database->upgrade();
-    } else {
-        qWarning().noquote() << "Database:" << m_database->lastError();
-    }
+    // Opens, checks and upgrades the database; what it finds is shown once the window is up.
+    m_startupReport = DataFolderCheck::run(m_database);
+    if (!m_startupReport.isOk())
+        qWarning().noquote() << "Data folder:" << m_startupReport.message;
     m_library = new ModelLibrary(m_database);
     m_sensorBridge = new SensorTableBridge(m_database->isOpen() ? m_database : nullptr, this);
     m_store = new TelemetryData(m_sensorBridge, this);
@@ -82,7 +80,10 @@ MainWindow::MainWindow(AppSettings *settings, Logger *logger, QWidget *parent)
     connect(m_store, &TelemetryData::logFileLoaded, m_hub, [this] { emit m_hub->logFileLoadedRequest(); });
 
     registerWindows();
-    connect(m_hub, &WindowHub::sensorsCleared, m_store, &TelemetryData::clearSensors);
+    connect(m_hub, &WindowHub::sensorsCleared, m_store, [this] {
+        if (m_recording->settleBeforeReplacing(tr("delete the sensor list")))
+            m_store->clearSensors();
+    });
     // The shared cursor: what one window reports under the mouse, every window shows.
     connect(m_hub, &WindowHub::mouseOverTimestampMoved, m_hub, &WindowHub::mouseOverTimestampRequest);
     connect(m_hub, &WindowHub::unitChanged, m_store, &TelemetryData::setUnit);
@@ -90,13 +91,20 @@ MainWindow::MainWindow(AppSettings *settings, Logger *logger, QWidget *parent)
             [this](long t) { m_store->removeDataBeforeTimestamp(t); });
     connect(m_hub, &WindowHub::removeTelemetryAfterTimestamp, m_store,
             [this](long t) { m_store->removeDataAfterTimestamp(t); });
+    connect(m_hub, &WindowHub::undoCutRequest, m_store, &TelemetryData::undoCut);
     connect(m_hub, &WindowHub::GPSExport, this,
             [this] { DialogKMLExport::exportTrack(m_store->sensors(), this); });
 
-    m_recording = new RecordingController(m_store, m_decoder, m_library, this, this);
-    m_activeModel = m_settings->number(QStringLiteral("Model-ID"));
+    m_recording = new RecordingController(m_store, m_decoder, m_library,
+                                          QDir(data).filePath(QStringLiteral("Recordings")), this, this);
+    // A model that is gone (deleted by another tool) is not active.
+    const int savedModel = m_settings->number(QStringLiteral("Model-ID"));
+    m_activeModel = savedModel >= 0 && !m_library->modelName(savedModel).isEmpty() ? savedModel : -1;
     m_recording->setActiveModel(m_activeModel);
     connect(m_recording, &RecordingController::logStored, this, &MainWindow::logStoredInDatabase);
+    connect(m_recording, &RecordingController::stored, this, [this](const QString &where) {
+        statusBar()->showMessage(tr("Recording stored %1").arg(where), 10000);
+    });
 
     m_link = new SerialLink(this);
     connectSerial();
@@ -150,31 +158,84 @@ void MainWindow::registerWindows()
     m_manager->registerType(WindowTypes::key(WindowTypes::Models), [this](WidgetManager *) {
         auto *models = new WidgetModel(m_database, m_library, m_store);
         models->selectModel(m_activeModel);
+        models->setOpenGuard([this](const QString &name) {
+            return m_recording->settleBeforeReplacing(tr("open %1").arg(name));
+        });
         connect(models, &WidgetModel::modelActivated, this, &MainWindow::activateModel);
+        connect(models, &WidgetModel::modelDeleted, this, &MainWindow::modelDeleted);
         connect(this, &MainWindow::logStoredInDatabase, models, &WidgetModel::reload);
         return models;
     });
 }
 
-// Another model chosen in the models window: its layout replaces the current one, which is kept for the
-// model that was active, and new recordings are filed under it.
+// Another model chosen in the models window. The swap waits until no menu or dialog is open: selecting
+// by right-click opens the model menu of the very window the swap replaces.
 void MainWindow::activateModel(int modelId)
 {
-    if (modelId == m_activeModel || m_switchingModel)
+    m_pendingModel = modelId;
+    if (m_switchingModel)
         return;
     m_switchingModel = true;
-    if (m_activeModel >= 0)
+    m_manager->runWhenIdle([this] {
+        m_switchingModel = false;
+        switchToModel(m_pendingModel);
+    });
+}
+
+// The model's layout replaces the current one, which is kept for the model that was active; new
+// recordings are filed under the new model.
+void MainWindow::switchToModel(int modelId)
+{
+    if (modelId == m_activeModel)
+        return;
+    if (modelId < 0) {
+        // Nothing selected: the arrangement on screen stays, and belongs to no model.
+        if (m_activeModel >= 0)
+            m_manager->saveSessionForModel(m_activeModel, this);
+        setActiveModel(-1);
+        return;
+    }
+    if (m_activeModel >= 0) {
         m_manager->saveSessionForModel(m_activeModel, this);
+    } else if (m_manager->layoutChangedSinceLoad()) {
+        // The arrangement belongs to no model yet: the model's own would replace it without a trace.
+        const QMessageBox::StandardButton answer = m_manager->showMessage(
+            this, QMessageBox::Question, tr("Layout"),
+            tr("<b>Keep the current arrangement of windows?</b><br>Model %1 brings its own layout. Save the "
+               "current one as a named layout first?")
+                .arg(m_library->modelName(modelId).toHtmlEscaped()),
+            QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel);
+        if (answer == QMessageBox::Cancel) {
+            for (QWidget *w : m_manager->widgets()) {
+                if (auto *models = qobject_cast<WidgetModel *>(w))
+                    models->selectModel(-1);
+            }
+            return;
+        }
+        if (answer == QMessageBox::Yes)
+            m_manager->saveLayoutToDatabase(this);
+    }
+    setActiveModel(modelId);
+    m_manager->activateModel(modelId, this);
+}
+
+void MainWindow::setActiveModel(int modelId)
+{
     m_activeModel = modelId;
     m_recording->setActiveModel(modelId);
     m_settings->setValue(QStringLiteral("Model-ID"), modelId);
-    // Swapping the layout rebuilds the models window itself: do it once the click that chose the model
-    // has been handled.
-    QTimer::singleShot(0, this, [this, modelId] {
-        if (modelId >= 0)
-            m_manager->activateModel(modelId, this);
-        m_switchingModel = false;
-    });
+}
+
+void MainWindow::modelDeleted(int modelId)
+{
+    if (modelId != m_activeModel)
+        return;
+    // Its layout stays on screen; it is simply nobody's now.
+    setActiveModel(-1);
+    for (QWidget *w : m_manager->widgets()) {
+        if (auto *models = qobject_cast<WidgetModel *>(w))
+            models->reload();
+    }
 }
 
 QString MainWindow::programFolder() const
@@ -222,9 +283,14 @@ void MainWindow::createActions()
     QAction *open = make(tr("Open log file"), QKeySequence(tr("Ctrl+O")), tr("Select & open log file"));
     QAction *close = make(tr("Close log file"), QKeySequence(tr("Ctrl+F4")));
     QAction *exportLogAction = make(tr("Export log file"));
+    // One step back after cutting the recording in a graph, until the log is stored or closed.
+    QAction *undoCut = make(tr("Undo cut"), QKeySequence(QKeySequence::Undo), tr("Take the last cut back"));
+    undoCut->setEnabled(m_store->canUndoCut());
+    QAction *storeLogs =
+        make(tr("Load log files..."), QKeySequence(), tr("Keep log files, or the open log, under a model"));
     QAction *config = make(tr("Configuration..."), QKeySequence(), tr("Opens configuraiton dialog"));
     QAction *exit = make(tr("Exit"), QKeySequence(tr("Ctrl+Q")), tr("Exits the application"));
-    file->addActions({open, close, exportLogAction});
+    file->addActions({open, close, exportLogAction, storeLogs, undoCut});
     file->addSeparator();
     file->addAction(config);
     file->addSeparator();
@@ -232,6 +298,9 @@ void MainWindow::createActions()
     connect(open, &QAction::triggered, this, &MainWindow::openLogDialog);
     connect(close, &QAction::triggered, this, &MainWindow::closeLog);
     connect(exportLogAction, &QAction::triggered, this, &MainWindow::exportLog);
+    connect(storeLogs, &QAction::triggered, this, &MainWindow::storeLogsUnderModel);
+    connect(undoCut, &QAction::triggered, m_store, &TelemetryData::undoCut);
+    connect(m_store, &TelemetryData::undoCutAvailable, undoCut, &QAction::setEnabled);
     connect(config, &QAction::triggered, this, &MainWindow::showConfiguration);
     connect(exit, &QAction::triggered, this, &QWidget::close);
 
@@ -281,9 +350,12 @@ void MainWindow::createActions()
     playbackAction(tr("Next Step"), QKeySequence(tr("Ctrl+Right")), &PlaybackBar::nextStep);
     playbackAction(tr("Previous Step"), QKeySequence(tr("Ctrl+Left")), &PlaybackBar::previousStep);
     playback->addSeparator();
-    QAction *record = make(tr("Start Real-Time Recording"), QKeySequence(tr("Ctrl+Shift+R")));
-    playback->addAction(record);
-    connect(record, &QAction::triggered, m_recording, &RecordingController::start);
+    // One shortcut starts and stops: checked while recording.
+    m_recordAction = make(tr("Start Real-Time Recording"), QKeySequence(tr("Ctrl+Shift+R")));
+    m_recordAction->setCheckable(true);
+    playback->addAction(m_recordAction);
+    connect(m_recordAction, &QAction::triggered, m_recording, &RecordingController::toggle);
+    connect(m_recording, &RecordingController::stateChanged, this, &MainWindow::recordingStateChanged);
 
     m_recordBar = addToolBar(tr("Telemetry recording controls"));
     m_recordBar->setObjectName(QStringLiteral("Recording-Toolbar"));
@@ -314,15 +386,59 @@ void MainWindow::createActions()
 
 void MainWindow::createStatusBar()
 {
+    m_recordingText = new QLabel(this);
+    m_recordingText->setObjectName(QStringLiteral("recordingStatus"));
+    m_recordingText->setStyleSheet(QStringLiteral("QLabel { color: #c00000; font-weight: bold; }"));
+    m_recordingText->hide();
     m_serialIcon = new QLabel(this);
     m_serialText = new QLabel(this);
+    statusBar()->addPermanentWidget(m_recordingText);
     statusBar()->addPermanentWidget(m_serialIcon);
     statusBar()->addPermanentWidget(m_serialText);
     serialStatusChanged(false);
+    m_recordingClock = new QTimer(this);
+    m_recordingClock->setInterval(500);
+    connect(m_recordingClock, &QTimer::timeout, this, &MainWindow::updateRecordingStatus);
+}
+
+void MainWindow::recordingStateChanged()
+{
+    const bool on = m_recording->isRecording();
+    m_recordAction->setChecked(on);
+    m_recordAction->setText(on ? tr("Stop Real-Time Recording") : tr("Start Real-Time Recording"));
+    m_recordingText->setVisible(on);
+    if (on)
+        m_recordingClock->start();
+    else
+        m_recordingClock->stop();
+    updateRecordingStatus();
+}
+
+void MainWindow::updateRecordingStatus()
+{
+    if (!m_recording->isRecording())
+        return;
+    const bool paused = m_recording->state() == RecordingController::Paused;
+    m_recordingText->setText(
+        tr("%1 %2  %3  %4 samples")
+            .arg(QChar(0x25CF), paused ? tr("PAUSED") : tr("REC"), formatDuration(m_recording->elapsedMs()))
+            .arg(m_recording->sampleCount()));
+}
+
+QString MainWindow::formatDuration(qint64 ms)
+{
+    const qint64 s = ms / 1000;
+    return QStringLiteral("%1:%2:%3")
+        .arg(s / 3600, 2, 10, QLatin1Char('0'))
+        .arg(s / 60 % 60, 2, 10, QLatin1Char('0'))
+        .arg(s % 60, 2, 10, QLatin1Char('0'));
 }
 
 void MainWindow::serialStatusChanged(bool open)
 {
+    // An error that follows an open port is a pulled adapter, not a port that would not open.
+    if (open)
+        m_portWasOpen = true;
     m_serialIcon->setPixmap(QPixmap(open ? QStringLiteral(":/Icons/Program/Resources/nm_adhoc.png")
                                          : QStringLiteral(":/Icons/Program/Resources/nm_no_connection.png")));
     m_serialText->setText(open ? tr("Serial port connected") : tr("Serial port closed"));
@@ -335,9 +451,19 @@ void MainWindow::serialPercentageChanged(int value)
 
 void MainWindow::serialErrorHandler()
 {
-    const QString text = m_link->wrapper()->lastError();
-    if (m_link->wrapper()->isPortOpen() || text.isEmpty())
+    const QString detail = m_link->wrapper()->lastError();
+    if (m_link->wrapper()->isPortOpen() || detail.isEmpty())
         return;
+    QString text = detail;
+    if (m_portWasOpen) {
+        m_portWasOpen = false;
+        QString said = m_recording->adapterLost();
+        if (said.isEmpty())
+            said = tr("The USB adapter was disconnected.");
+        m_logger->write(QStringLiteral("SERIAL"), said);
+        statusBar()->showMessage(said);
+        text = QStringLiteral("<b>%1</b><br><br>%2").arg(said.toHtmlEscaped(), detail);
+    }
     QMessageBox box(QMessageBox::Critical, tr("Critical Error"), text, QMessageBox::Ok, this);
     QPushButton *reconnect = box.addButton(tr("Reconnect"), QMessageBox::AcceptRole);
     box.exec();
@@ -382,6 +508,8 @@ void MainWindow::openLogDialog()
 
 void MainWindow::openLog(const QString &path)
 {
+    if (!m_recording->settleBeforeReplacing(tr("open %1").arg(QFileInfo(path).fileName())))
+        return;
     if (m_progress)
         m_progress->deleteLater();
     m_progress =
@@ -396,7 +524,7 @@ void MainWindow::openLog(const QString &path)
 }
 
 void MainWindow::logFinished(bool ok, const TelemetryDataPackage &package, const QString &error,
-                             const QString &path)
+                             const QString &path, const QString &warning)
 {
     if (m_progress) {
         m_progress->close();
@@ -413,8 +541,18 @@ void MainWindow::logFinished(bool ok, const TelemetryDataPackage &package, const
     if (ok) {
         m_store->setPackage(package);
         m_playback->setLength(ModelLibrary::lengthOf(package));
-        statusBar()->showMessage(tr("Loaded %1").arg(QDir::toNativeSeparators(path)), 5000);
         m_logger->write(QStringLiteral("LOG"), tr("Opened %1").arg(path));
+        if (warning.isEmpty()) {
+            statusBar()->showMessage(tr("Loaded %1").arg(QDir::toNativeSeparators(path)), 5000);
+        } else {
+            // Part of the file could not be read: what is shown is not the whole flight.
+            m_logger->write(QStringLiteral("LOG"), warning);
+            statusBar()->showMessage(tr("Loaded with damage: %1").arg(warning));
+            m_manager->showMessage(this, QMessageBox::Warning, tr("Damaged log file"),
+                                   tr("<b>Part of the log file could not be read.</b><br>What could be read "
+                                      "is shown.<ul><li>%1</li></ul>")
+                                       .arg(warning.toHtmlEscaped()));
+        }
     } else if (!error.isEmpty()) {
         QMessageBox::critical(this, tr("Error"),
                               tr("<b>Unable to load the logfile:</b><ul><li>%1</li></ul>").arg(error));
@@ -424,23 +562,49 @@ void MainWindow::logFinished(bool ok, const TelemetryDataPackage &package, const
 
 void MainWindow::closeLog()
 {
+    if (!m_recording->settleBeforeReplacing(tr("close the log")))
+        return;
     m_playback->setLength(0);
     m_store->clearSensors();
 }
 
 void MainWindow::exportLog()
 {
-    const QString path = QFileDialog::getSaveFileName(this, tr("Save as Log file"),
-                                                      m_settings->text(QStringLiteral("Exportdir")),
-                                                      tr("LOG files (*.log);;All files(*.*)"));
+    const QString path = LogFileWriter::withLogSuffix(QFileDialog::getSaveFileName(
+        this, tr("Save as Log file"), m_settings->text(QStringLiteral("Exportdir")),
+        tr("LOG files (*.log);;All files(*.*)")));
     if (path.isEmpty())
         return;
     m_settings->setValue(QStringLiteral("Exportdir"), QFileInfo(path).absolutePath());
-    QSaveFile file(path);
-    const QByteArray bytes = LogFileWriter::write(m_store->package());
-    if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.commit())
+    QString error;
+    if (!LogFileWriter::writeFile(m_store->package(), path, &error)) {
+        qWarning().noquote() << "Export log file:" << error;
         QMessageBox::critical(this, tr("Error"),
                               tr("<b>Unable to export log file</b><br>Error writing to disk"));
+    }
+}
+
+void MainWindow::storeLogsUnderModel()
+{
+    // A log opened from the database is stored already; offering it again would make a copy.
+    const TelemetryDataPackage *open = m_store->storedLogId() < 0 ? &m_store->package() : nullptr;
+    DialogLoadLog dialog(m_library, m_activeModel, {}, open, this);
+    connect(&dialog, &DialogLoadLog::logsStored, this, [this] { emit logStoredInDatabase(-1); });
+    dialog.exec();
+}
+
+void MainWindow::showStartupReport()
+{
+    if (m_startupReport.isOk())
+        return;
+    const QString items =
+        m_startupReport.message.toHtmlEscaped().replace(QLatin1Char('\n'), QStringLiteral("</li><li>"));
+    const bool error = m_startupReport.severity == StartupReport::Error;
+    m_manager->showMessage(this, error ? QMessageBox::Critical : QMessageBox::Warning, tr("Data folder"),
+                           (error
+                                ? tr("<b>Your work in this session cannot be saved:</b><ul><li>%1</li></ul>")
+                                : tr("<b>The data folder needs attention:</b><ul><li>%1</li></ul>"))
+                               .arg(items));
 }
 
 void MainWindow::restoreSession()
@@ -540,6 +704,11 @@ bool MainWindow::saveSession(QString *error)
 
 void MainWindow::closeEvent(QCloseEvent *event)
 {
+    // The recording comes first: everything after this may fail, and it must not be lost with it.
+    if (!m_recording->settleBeforeClosing()) {
+        event->ignore();
+        return;
+    }
     m_closing = true;
     m_sensorBridge->setClosing(true);
     m_loader->stop();
@@ -554,7 +723,10 @@ void MainWindow::closeEvent(QCloseEvent *event)
     m_settings->setBytes(QStringLiteral("Win-State"), saveState());
     m_settings->setValue(QStringLiteral("Model-ID"), m_activeModel);
     if (!m_settings->save(QDir(AppSettings::dataFolder()).filePath(AppSettings::fileName())))
-        QMessageBox::warning(this, tr("Error while closing"), tr("Unable to save configuration"));
+        QMessageBox::warning(
+            this, tr("Error while closing"),
+            tr("Unable to save configuration") +
+                QStringLiteral("<ul><li>%1</li></ul>").arg(m_settings->lastError().toHtmlEscaped()));
     m_link->stop();
     event->accept();
 }

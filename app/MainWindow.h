@@ -1,5 +1,6 @@
 #pragma once
 
+#include "database/DataFolderCheck.h"
 #include "link/Device.h"
 #include "link/Vector.h"
 
@@ -14,7 +15,9 @@ class LogLoadTask;
 class Logger;
 class ModelLibrary;
 class PlaybackBar;
+class QAction;
 class QLabel;
+class QTimer;
 class QProcess;
 class QProgressDialog;
 class RecordingController;
@@ -38,10 +41,20 @@ public:
 
     TelemetryData *store() const { return m_store; }
     WidgetManager *windowManager() const { return m_manager; }
+    RecordingController *recording() const { return m_recording; }
+    ModelLibrary *library() const { return m_library; }
+    int activeModel() const { return m_activeModel; }
+    // The model recordings are filed under and whose layout is saved at close (-1: none).
+    void setActiveModel(int modelId);
+    // "hh:mm:ss" for a duration.
+    static QString formatDuration(qint64 ms);
     // Applies the default layout; false (after the layout error box) when it cannot be read.
     bool applyDefaultLayout();
     // The active model's layout, or the default one when there is none.
     void restoreSession();
+    // What the data folder check found at start; shown by showStartupReport() once the window is up.
+    const StartupReport &startupReport() const { return m_startupReport; }
+    void showStartupReport();
     // Starts opening a log off the interface thread; the result arrives through logLoaded().
     void openLog(const QString &path);
     bool isLoadingLog() const;
@@ -67,6 +80,10 @@ protected:
 private:
     void registerWindows();
     void activateModel(int modelId);
+    void switchToModel(int modelId);
+    void modelDeleted(int modelId);
+    void recordingStateChanged();
+    void updateRecordingStatus();
     void createActions();
     void createStatusBar();
     void connectSerial();
@@ -74,7 +91,9 @@ private:
     void openLogDialog();
     void closeLog();
     void exportLog();
-    void logFinished(bool ok, const TelemetryDataPackage &package, const QString &error, const QString &path);
+    void storeLogsUnderModel();
+    void logFinished(bool ok, const TelemetryDataPackage &package, const QString &error, const QString &path,
+                     const QString &warning);
     void saveLayoutToFile();
     void importLayoutFromFile();
     void showConfiguration();
@@ -101,11 +120,17 @@ private:
     QToolBar *m_recordBar = nullptr;
     LogLoadTask *m_loader = nullptr;
     QPointer<QProgressDialog> m_progress;
+    QAction *m_recordAction = nullptr;
+    QLabel *m_recordingText = nullptr;
+    QTimer *m_recordingClock = nullptr;
     QLabel *m_serialIcon = nullptr;
     QLabel *m_serialText = nullptr;
     QProcess *m_emulator = nullptr;
     QByteArray m_defaultState;
+    StartupReport m_startupReport;
     int m_activeModel = -1;
+    int m_pendingModel = -1;
+    bool m_portWasOpen = false;
     bool m_closing = false;
     bool m_switchingModel = false;
 };

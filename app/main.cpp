@@ -6,7 +6,6 @@
 
 #include <QApplication>
 
-#include <cstdio>
 #include <QDebug>
 #include <QDir>
 #include <QFile>
@@ -15,6 +14,7 @@
 #include <QMessageBox>
 #include <QTimer>
 #include <QTranslator>
+#include <cstdio>
 
 int main(int argc, char *argv[])
 {
@@ -39,6 +39,7 @@ int main(int argc, char *argv[])
 
     Logger logger(QDir(AppSettings::dataFolder()).filePath(QStringLiteral("Application.log")));
     logger.open();
+    logger.captureWarnings();
     QLoggingCategory::setFilterRules(QStringLiteral("qt.network.ssl.warning=false"));
 
     QFile style(QStringLiteral(":/Data/Resources/Style.css"));
@@ -50,7 +51,8 @@ int main(int argc, char *argv[])
     int result = 0;
     {
         MainWindow window(&settings, &logger);
-        const QString log = StartupOptions::firstLogArgument(arguments, QCoreApplication::applicationDirPath());
+        const QString log =
+            StartupOptions::firstLogArgument(arguments, QCoreApplication::applicationDirPath());
         // "--screenshot PATH": save a picture of the window once it shows the log, then quit (for a
         // machine without a display, and for the documentation).
         const int shotArg = arguments.indexOf(QStringLiteral("--screenshot"));
@@ -59,8 +61,8 @@ int main(int argc, char *argv[])
             const auto takeShot = [&window, shotPath] {
                 QTimer::singleShot(800, &window, [&window, shotPath] {
                     const bool saved = window.grab().save(shotPath, "PNG");
-                    std::fprintf(saved ? stdout : stderr, "%s %s\n", saved ? "Screenshot saved to" : "Could not save",
-                                 qPrintable(shotPath));
+                    std::fprintf(saved ? stdout : stderr, "%s %s\n",
+                                 saved ? "Screenshot saved to" : "Could not save", qPrintable(shotPath));
                     QCoreApplication::exit(saved ? 0 : 1);
                 });
             };
@@ -74,6 +76,12 @@ int main(int argc, char *argv[])
         if (!log.isEmpty())
             window.openLog(log);
         window.show();
+        if (!window.startupReport().isOk()) {
+            if (shotPath.isEmpty())
+                window.showStartupReport();
+            else
+                std::fprintf(stderr, "%s\n", qPrintable(window.startupReport().message));
+        }
         if (!settings.isLoaded()) {
             // Nobody can answer a box on a machine without a display: the screenshot run says it instead.
             if (shotPath.isEmpty())

@@ -1,16 +1,29 @@
 #include "app/AppSettings.h"
 #include "app/MainWindow.h"
+#include "app/RecordingController.h"
+#include "database/DatabaseManager.h"
 #include "database/Logger.h"
+#include "database/ModelLibrary.h"
+#include "database/ModelTableModel.h"
+#include "telemetry/LogFileWriter.h"
 #include "telemetry/TelemetryData.h"
+#include "tests/support/TestSamples.h"
+#include "widgets/WidgetContainer.h"
+#include "widgets/WidgetManager.h"
+#include "widgets/WidgetModel.h"
 
+#include <QAbstractButton>
 #include <QAction>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QSignalSpy>
 #include <QStatusBar>
+#include <QTableView>
 #include <QTemporaryDir>
 #include <QTimer>
 #include <QtTest>
@@ -25,6 +38,39 @@ QAction *findAction(QWidget *w, const QString &text)
     return nullptr;
 }
 
+// Live telemetry as the decoder hands it over: one device with one variable, n samples 100 ms apart.
+void feedLive(TelemetryData *store, quint32 device, int n)
+{
+    store->describeSensor(device, 0, QStringLiteral("Live %1").arg(device), QString());
+    store->describeSensor(device, 1, QStringLiteral("Voltage"), QStringLiteral("V"));
+    QVector<TelemetrySample> batch;
+    for (int i = 0; i < n; ++i)
+        batch.append({device, 1, sample(100 * (i + 1), 500 + i, 1)});
+    store->appendSamples(batch);
+}
+
+int logCount(ModelLibrary *library, int modelId)
+{
+    bool ok = false;
+    const int n = library->database()->logLengths(modelId, &ok).size();
+    return ok ? n : -1;
+}
+
+// Answers every question of the recording with the given button and keeps what was asked.
+struct Answers
+{
+    QMessageBox::StandardButton button = QMessageBox::Yes;
+    QStringList asked;
+    RecordingController::Ask ask()
+    {
+        return [this](QMessageBox::Icon, const QString &, const QString &text, QMessageBox::StandardButtons,
+                      QMessageBox::StandardButton) {
+            asked << text;
+            return button;
+        };
+    }
+};
+
 } // namespace
 
 class tst_MainWindow : public QObject
@@ -37,7 +83,18 @@ private slots:
     void menusAndStatus();
     void opensLogsOffTheInterfaceThread();
     void unreadableLogShowsTheErrorBox();
+    void damagedLogSaysWhatHappened_data();
+    void damagedLogSaysWhatHappened();
     void closingSavesSettingsInOrder();
+    void modelMenuSurvivesTheLayoutSwap();
+    void recordingIsStoredBeforeAnythingReplacesIt_data();
+    void recordingIsStoredBeforeAnythingReplacesIt();
+    void recordingHoldsOnlyWhatArrivedDuringIt();
+    void recordingStateIsVisibleAndToggles();
+    void pulledAdapterSaysWhereTheRecordingIs();
+    void deletingTheActiveModelLeavesNoneActive();
+    void editModelRenames();
+    void unsavedArrangementIsOfferedBeforeAModelReplacesIt();
 
 private:
     QTemporaryDir m_data;
@@ -59,22 +116,60 @@ void tst_MainWindow::actions_data()
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("shortcut");
     QTest::addColumn<QString>("tip");
-    QTest::newRow("configuration") << "Configuration..." << "" << "Opens configuraiton dialog";
-    QTest::newRow("exit") << "Exit" << "Ctrl+Q" << "Exits the application";
-    QTest::newRow("open") << "Open log file" << "Ctrl+O" << "Select & open log file";
-    QTest::newRow("close") << "Close log file" << "Ctrl+F4" << "";
-    QTest::newRow("reset toolbars") << "Reset toolbars" << "" << "Reset toolbars to the default state";
-    QTest::newRow("export layout") << "Export layout..." << "" << "Export current layout to file";
-    QTest::newRow("import layout") << "Import layout..." << "" << "Import layout from file";
-    QTest::newRow("play") << "Play/Pause" << "Space" << "";
-    QTest::newRow("faster") << "Increase Rate" << "Ctrl+Up" << "";
-    QTest::newRow("slower") << "Decrease Rate" << "Ctrl+Down" << "";
-    QTest::newRow("reset rate") << "Reset Rate" << "Ctrl+R" << "";
-    QTest::newRow("next") << "Next Step" << "Ctrl+Right" << "";
-    QTest::newRow("previous") << "Previous Step" << "Ctrl+Left" << "";
-    QTest::newRow("record") << "Start Real-Time Recording" << "Ctrl+Shift+R" << "";
-    QTest::newRow("emulator") << "HC/HS-8 Emulator" << "" << "";
-    QTest::newRow("updates") << "Check for updates" << "" << "";
+    QTest::newRow("configuration") << "Configuration..."
+                                   << ""
+                                   << "Opens configuraiton dialog";
+    QTest::newRow("exit") << "Exit"
+                          << "Ctrl+Q"
+                          << "Exits the application";
+    QTest::newRow("open") << "Open log file"
+                          << "Ctrl+O"
+                          << "Select & open log file";
+    QTest::newRow("close") << "Close log file"
+                           << "Ctrl+F4"
+                           << "";
+    QTest::newRow("reset toolbars") << "Reset toolbars"
+                                    << ""
+                                    << "Reset toolbars to the default state";
+    QTest::newRow("export layout") << "Export layout..."
+                                   << ""
+                                   << "Export current layout to file";
+    QTest::newRow("import layout") << "Import layout..."
+                                   << ""
+                                   << "Import layout from file";
+    QTest::newRow("play") << "Play/Pause"
+                          << "Space"
+                          << "";
+    QTest::newRow("faster") << "Increase Rate"
+                            << "Ctrl+Up"
+                            << "";
+    QTest::newRow("slower") << "Decrease Rate"
+                            << "Ctrl+Down"
+                            << "";
+    QTest::newRow("reset rate") << "Reset Rate"
+                                << "Ctrl+R"
+                                << "";
+    QTest::newRow("next") << "Next Step"
+                          << "Ctrl+Right"
+                          << "";
+    QTest::newRow("previous") << "Previous Step"
+                              << "Ctrl+Left"
+                              << "";
+    QTest::newRow("record") << "Start Real-Time Recording"
+                            << "Ctrl+Shift+R"
+                            << "";
+    QTest::newRow("undo cut") << "Undo cut"
+                              << "Ctrl+Z"
+                              << "Take the last cut back";
+    QTest::newRow("store logs") << "Load log files..."
+                                << ""
+                                << "Keep log files, or the open log, under a model";
+    QTest::newRow("emulator") << "HC/HS-8 Emulator"
+                              << ""
+                              << "";
+    QTest::newRow("updates") << "Check for updates"
+                             << ""
+                             << "";
 }
 
 void tst_MainWindow::actions()
@@ -143,8 +238,75 @@ void tst_MainWindow::unreadableLogShowsTheErrorBox()
     w.openLog(m_data.filePath("missing.log"));
     QVERIFY(loaded.wait(30000) || loaded.count() == 1);
     QCOMPARE(loaded.first().at(0).toBool(), false);
-    QVERIFY2(boxText.startsWith(QStringLiteral("<b>Unable to load the logfile:</b><ul><li>")), qPrintable(boxText));
+    QVERIFY2(boxText.startsWith(QStringLiteral("<b>Unable to load the logfile:</b><ul><li>")),
+             qPrintable(boxText));
     QVERIFY(boxText.contains(QStringLiteral("missing.log")));
+}
+
+void tst_MainWindow::damagedLogSaysWhatHappened_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<bool>("opens");
+    QFile sample(QStringLiteral(VEXO_SOURCE_DIR "/samples/sample-flight.log"));
+    QVERIFY(sample.open(QIODevice::ReadOnly));
+    const QByteArray flight = sample.readAll();
+    const int half = flight.indexOf('\n', flight.size() / 2) + 7; // a few bytes into a value line
+    QByteArray damaged = flight;
+    damaged.insert(flight.indexOf('\n', flight.size() / 3) + 1, "000123x;garbage;;\n");
+    QTest::newRow("empty") << QByteArray() << false;
+    QTest::newRow("random bytes") << QByteArray("\x93\x01\xff\xfeZZ\n\x00\x11;;;\x7f\n", 14) << false;
+    QTest::newRow("truncated") << flight.left(half) << true;
+    QTest::newRow("one damaged line") << damaged << true;
+}
+
+// Nothing readable: an error with the file name, and the open log stays. Partly readable: what could be
+// read is shown, and the pilot is told that it is not the whole file.
+void tst_MainWindow::damagedLogSaysWhatHappened()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(bool, opens);
+    AppSettings settings;
+    MainWindow w(&settings, m_logger.get());
+    w.show();
+    QStringList warnings;
+    w.windowManager()->setMessageHandler([&warnings](QWidget *, QMessageBox::Icon, const QString &,
+                                                     const QString &text, QMessageBox::StandardButtons) {
+        warnings << text;
+        return QMessageBox::Ok;
+    });
+    QSignalSpy loaded(&w, &MainWindow::logLoaded);
+    w.openLog(QStringLiteral(VEXO_SOURCE_DIR "/samples/sample-flight.log"));
+    QTRY_COMPARE_WITH_TIMEOUT(loaded.count(), 1, 30000);
+    const qint64 before = w.store()->package().sampleCount();
+    const QString path =
+        m_data.filePath(QStringLiteral("%1.log").arg(QTest::currentDataTag()).replace(' ', '-'));
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write(bytes);
+    f.close();
+    QString boxText;
+    QTimer closer;
+    connect(&closer, &QTimer::timeout, [&boxText] {
+        if (auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget())) {
+            boxText = box->text();
+            box->accept();
+        }
+    });
+    closer.start(20);
+    w.openLog(path);
+    QTRY_COMPARE_WITH_TIMEOUT(loaded.count(), 2, 30000);
+    QCOMPARE(loaded.last().at(0).toBool(), opens);
+    const QString name = QFileInfo(path).fileName();
+    if (!opens) {
+        QVERIFY2(boxText.contains(name), qPrintable(boxText));
+        QCOMPARE(w.store()->package().sampleCount(), before); // the flight that was open stays
+        QVERIFY(warnings.isEmpty());
+        return;
+    }
+    QCOMPARE(warnings.size(), 1);
+    QVERIFY2(warnings.first().contains(name), qPrintable(warnings.first()));
+    QVERIFY(w.statusBar()->currentMessage().contains(name));
+    QVERIFY(w.store()->package().sampleCount() > 0);
 }
 
 void tst_MainWindow::closingSavesSettingsInOrder()
@@ -166,6 +328,280 @@ void tst_MainWindow::closingSavesSettingsInOrder()
     AppSettings back;
     QVERIFY(back.load(f.fileName()));
     QVERIFY(!back.bytes("Win-State").isEmpty());
+}
+
+// Right-clicking a model that is not the active one selects it (the layout swap is due) and opens the
+// model menu of the very window the swap replaces: the swap must wait for the menu.
+void tst_MainWindow::modelMenuSurvivesTheLayoutSwap()
+{
+    AppSettings settings;
+    MainWindow w(&settings, m_logger.get());
+    const int first = w.library()->createModel(QStringLiteral("Menu A"));
+    const int second = w.library()->createModel(QStringLiteral("Menu B"));
+    QVERIFY(first >= 0 && second >= 0);
+    QVERIFY(w.applyDefaultLayout());
+    w.show();
+    QPointer<WidgetModel> models = w.findChild<WidgetModel *>();
+    QVERIFY(models);
+    models->reload();
+    models->selectModel(first);
+    QTRY_COMPARE(w.activeModel(), first);
+    models = w.findChild<WidgetModel *>(); // the swap made a new models window
+    QVERIFY(models);
+    auto *view = models->findChild<QTableView *>();
+    QVERIFY(view);
+    const QModelIndex target = view->model()->index(models->models()->rowOfModel(second), 0);
+    const QPoint pos = view->visualRect(target).center();
+
+    bool aliveWhileOpen = false;
+    bool menuSeen = false;
+    QTimer::singleShot(300, [&] {
+        auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
+        menuSeen = menu != nullptr;
+        aliveWhileOpen = !models.isNull();
+        if (menu)
+            menu->close();
+    });
+    QTest::mouseClick(view->viewport(), Qt::RightButton, Qt::NoModifier, pos);
+    QCOMPARE(models->selectedModel(), second);
+    emit view->customContextMenuRequested(pos); // runs the menu until the timer closes it
+    QVERIFY(menuSeen);
+    QVERIFY(aliveWhileOpen);
+    QTRY_COMPARE(w.activeModel(), second);
+    QTRY_VERIFY(models.isNull()); // replaced once the menu was gone
+}
+
+void tst_MainWindow::recordingIsStoredBeforeAnythingReplacesIt_data()
+{
+    QTest::addColumn<QString>("action");
+    QTest::addColumn<int>("answer");
+    QTest::addColumn<int>("storedLogs");
+    QTest::addColumn<bool>("stillRecording");
+    QTest::newRow("open a log, yes") << "open" << int(QMessageBox::Yes) << 1 << false;
+    QTest::newRow("open a log, cancel") << "open" << int(QMessageBox::Cancel) << 0 << true;
+    QTest::newRow("close the log, yes") << "close" << int(QMessageBox::Yes) << 1 << false;
+    QTest::newRow("quit, no question") << "quit" << int(QMessageBox::Cancel) << 1 << false;
+}
+
+void tst_MainWindow::recordingIsStoredBeforeAnythingReplacesIt()
+{
+    QFETCH(QString, action);
+    QFETCH(int, answer);
+    QFETCH(int, storedLogs);
+    QFETCH(bool, stillRecording);
+    AppSettings settings;
+    MainWindow w(&settings, m_logger.get());
+    const int model = w.library()->createModel(QStringLiteral("Rec %1").arg(QTest::currentDataTag()));
+    QVERIFY(model >= 0);
+    w.setActiveModel(model);
+    Answers answers;
+    answers.button = QMessageBox::StandardButton(answer);
+    w.recording()->setAsk(answers.ask());
+    w.recording()->start();
+    feedLive(w.store(), 0x10001, 25);
+
+    QSignalSpy loaded(&w, &MainWindow::logLoaded);
+    if (action == QLatin1String("open")) {
+        w.openLog(QStringLiteral(VEXO_SOURCE_DIR "/samples/sample-flight.log"));
+        QCOMPARE(answers.asked.size(), 1);
+        QVERIFY2(answers.asked.first().contains(QStringLiteral("25 samples")),
+                 qPrintable(answers.asked.first()));
+        if (!stillRecording) {
+            QVERIFY(loaded.wait(30000) || loaded.count() == 1);
+            QVERIFY(!w.store()->package().device(0x10001)); // no live device mixed into the log
+        }
+    } else if (action == QLatin1String("close")) {
+        findAction(&w, QStringLiteral("Close log file"))->trigger();
+    } else {
+        w.show();
+        QVERIFY(w.close());
+        QVERIFY(answers.asked.isEmpty());
+    }
+    QCOMPARE(w.recording()->isRecording(), stillRecording);
+    QCOMPARE(logCount(w.library(), model), storedLogs);
+    if (stillRecording)
+        QCOMPARE(w.store()->package().sampleCount(), 25);
+}
+
+// A log is open when the recording starts: what is stored holds the live device only, with its samples.
+void tst_MainWindow::recordingHoldsOnlyWhatArrivedDuringIt()
+{
+    AppSettings settings;
+    MainWindow w(&settings, m_logger.get());
+    const int model = w.library()->createModel(QStringLiteral("Rec only live"));
+    w.setActiveModel(model);
+    QSignalSpy loaded(&w, &MainWindow::logLoaded);
+    w.openLog(QStringLiteral(VEXO_SOURCE_DIR "/samples/sample-flight.log"));
+    QVERIFY(loaded.wait(30000) || loaded.count() == 1);
+    QCOMPARE(w.store()->package().devices().size(), 6);
+    feedLive(w.store(), 0x20002, 3); // the bus describing itself while the log is shown
+    QVERIFY(!w.store()->package().device(0x20002));
+
+    w.recording()->start();
+    feedLive(w.store(), 0x20002, 40);
+    w.recording()->stop();
+    QCOMPARE(logCount(w.library(), model), 1);
+    TelemetryDataPackage stored;
+    QVERIFY(w.library()->readLog(w.recording()->lastStoredLogId(), &stored));
+    QCOMPARE(stored.devices().size(), 1);
+    QCOMPARE(stored.devices().first().id(), 0x20002u);
+    QCOMPARE(stored.sampleCount(), 40);
+}
+
+void tst_MainWindow::recordingStateIsVisibleAndToggles()
+{
+    AppSettings settings;
+    MainWindow w(&settings, m_logger.get());
+    Answers answers;
+    w.recording()->setAsk(answers.ask());
+    w.setActiveModel(-1);
+    QAction *record = findAction(&w, QStringLiteral("Start Real-Time Recording"));
+    QVERIFY(record);
+    QCOMPARE(record->shortcut(), QKeySequence(QStringLiteral("Ctrl+Shift+R")));
+    auto *status = w.findChild<QLabel *>(QStringLiteral("recordingStatus"));
+    QVERIFY(status);
+    record->trigger();
+    QVERIFY(w.recording()->isRecording());
+    QVERIFY(record->isChecked());
+    feedLive(w.store(), 0x30003, 7);
+    QTRY_VERIFY(status->text().contains(QStringLiteral("7 samples")));
+    QVERIFY(status->text().contains(QStringLiteral("REC")));
+    QVERIFY(!status->isHidden());
+    record->trigger(); // the same shortcut stops
+    QVERIFY(!w.recording()->isRecording());
+    QVERIFY(!record->isChecked());
+    QVERIFY(status->isHidden());
+    // No model was active: the recording went to a file, and the pilot was told where.
+    QCOMPARE(answers.asked.size(), 1);
+    const QString where = w.recording()->lastStoredWhere();
+    QVERIFY2(where.contains(QStringLiteral("Recordings")), qPrintable(where));
+    const QString path = where.mid(3); // "in <path>"
+    TelemetryData check;
+    QCOMPARE(check.loadFile(path), 1);
+    QCOMPARE(check.package().sampleCount(), 7);
+}
+
+void tst_MainWindow::pulledAdapterSaysWhereTheRecordingIs()
+{
+    AppSettings settings;
+    MainWindow w(&settings, m_logger.get());
+    const int model = w.library()->createModel(QStringLiteral("Unplugged"));
+    w.setActiveModel(model);
+    QCOMPARE(w.recording()->adapterLost(), QString()); // nothing recording: nothing to say here
+    w.recording()->start();
+    feedLive(w.store(), 0x40004, 10); // the last sample 1000 ms after the start
+    const QString said = w.recording()->adapterLost();
+    QVERIFY(!w.recording()->isRecording());
+    QCOMPARE(logCount(w.library(), model), 1);
+    const QRegularExpression form(
+        QStringLiteral("^The USB adapter was disconnected; the recording up to (\\d\\d:\\d\\d:\\d\\d) is "
+                       "stored under model Unplugged\\.$"));
+    const QRegularExpressionMatch m = form.match(said);
+    QVERIFY2(m.hasMatch(), qPrintable(said));
+    TelemetryDataPackage stored;
+    QVERIFY(w.library()->readLog(w.recording()->lastStoredLogId(), &stored));
+    const QTime started = stored.recordingDate().time();
+    QCOMPARE(
+        QTime::fromString(m.captured(1), QStringLiteral("hh:mm:ss")),
+        QTime(started.hour(), started.minute(), started.second()).addSecs((started.msec() + 1000) / 1000));
+}
+
+void tst_MainWindow::deletingTheActiveModelLeavesNoneActive()
+{
+    AppSettings settings;
+    MainWindow w(&settings, m_logger.get());
+    const int model = w.library()->createModel(QStringLiteral("Doomed"));
+    QVERIFY(w.applyDefaultLayout());
+    auto *models = w.findChild<WidgetModel *>();
+    models->reload();
+    models->selectModel(model);
+    QTRY_COMPARE(w.activeModel(), model);
+    models = w.findChild<WidgetModel *>();
+    models->reload();
+    QCOMPARE(models->selectedModel(), model);
+    const QByteArray before = w.windowManager()->saveLayout();
+    QTimer::singleShot(0, [] {
+        if (auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget()))
+            box->button(QMessageBox::Yes)->click();
+    });
+    models->removeModelAction();
+    QCOMPARE(w.activeModel(), -1);
+    QCOMPARE(settings.number(QStringLiteral("Model-ID")), -1);
+    QTest::qWait(100);
+    QCOMPARE(w.activeModel(), -1); // no other model slipped in
+    QCOMPARE(w.windowManager()->saveLayout(), before);
+    w.show();
+    QStringList boxes;
+    QTimer closer;
+    connect(&closer, &QTimer::timeout, [&boxes] {
+        if (auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget())) {
+            boxes << box->text();
+            box->accept();
+        }
+    });
+    closer.start(20);
+    QVERIFY(w.close());
+    QVERIFY2(boxes.isEmpty(), qPrintable(boxes.join(QLatin1Char('\n'))));
+}
+
+void tst_MainWindow::editModelRenames()
+{
+    AppSettings settings;
+    MainWindow w(&settings, m_logger.get());
+    const int model = w.library()->createModel(QStringLiteral("Old name"));
+    QVERIFY(w.applyDefaultLayout());
+    auto *models = w.findChild<WidgetModel *>();
+    models->reload();
+    models->selectModel(model);
+    QTimer::singleShot(0, [] {
+        QWidget *dialog = QApplication::activeModalWidget();
+        auto *name = dialog ? dialog->findChild<QLineEdit *>() : nullptr;
+        if (!name)
+            return;
+        name->setText(QStringLiteral("New name"));
+        QMetaObject::invokeMethod(dialog, "accept");
+    });
+    QPointer<WidgetModel> guard(models);
+    models->editModel();
+    QCOMPARE(w.library()->modelName(model), QStringLiteral("New name"));
+    if (guard)
+        QCOMPARE(guard->models()->modelAt(guard->models()->rowOfModel(model)).name,
+                 QStringLiteral("New name"));
+}
+
+void tst_MainWindow::unsavedArrangementIsOfferedBeforeAModelReplacesIt()
+{
+    AppSettings settings;
+    MainWindow w(&settings, m_logger.get());
+    w.setActiveModel(-1);
+    const int model = w.library()->createModel(QStringLiteral("Fresh"));
+    QVERIFY(w.applyDefaultLayout());
+    QStringList asked;
+    w.windowManager()->setMessageHandler([&asked](QWidget *, QMessageBox::Icon, const QString &,
+                                                  const QString &text, QMessageBox::StandardButtons) {
+        asked << text;
+        return QMessageBox::Cancel;
+    });
+    // Unchanged: the model's layout simply comes, nothing is asked.
+    QVERIFY(!w.windowManager()->layoutChangedSinceLoad());
+    // The pilot splits the graph's window: that work must not vanish without a word.
+    WidgetContainer *leaf = nullptr;
+    for (WidgetContainer *c : w.windowManager()->mainContainer()->findChildren<WidgetContainer *>()) {
+        if (c->isLeaf() && c->windowType() == 1)
+            leaf = c;
+    }
+    QVERIFY(leaf);
+    leaf->addWindow(Qt::Horizontal, 7);
+    QVERIFY(w.windowManager()->layoutChangedSinceLoad());
+    const QByteArray changed = w.windowManager()->saveLayout();
+    auto *models = w.findChild<WidgetModel *>();
+    models->reload();
+    models->selectModel(model);
+    QTRY_COMPARE(asked.size(), 1);
+    QVERIFY2(asked.first().contains(QStringLiteral("Fresh")), qPrintable(asked.first()));
+    QTest::qWait(50);
+    QCOMPARE(w.activeModel(), -1); // cancelled: nothing switched
+    QCOMPARE(w.windowManager()->saveLayout(), changed);
 }
 
 QTEST_MAIN(tst_MainWindow)
