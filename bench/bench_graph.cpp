@@ -5,9 +5,9 @@
 #include "BenchUtil.h"
 
 #include "telemetry/TelemetryData.h"
-#include "widgets/GraphDecimator.h"
-#include "widgets/GraphRenderer.h"
-#include "widgets/WidgetGraph.h"
+#include "widgets/graph/GraphDecimator.h"
+#include "widgets/graph/GraphRenderer.h"
+#include "widgets/graph/WidgetGraph.h"
 
 #include <QApplication>
 #include <QImage>

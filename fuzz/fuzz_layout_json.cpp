@@ -1,7 +1,7 @@
 // The layout reader on arbitrary bytes: whatever it accepts, its compact text is valid JSON that reads
 // back to the same text.
-#include "widgets/LayoutDocument.h"
-#include "widgets/LayoutJsonReader.h"
+#include "widgets/layout/LayoutDocument.h"
+#include "widgets/layout/LayoutJsonReader.h"
 
 #include <QJsonDocument>
 

@@ -8,9 +8,9 @@
 #include "telemetry/LogFileWriter.h"
 #include "telemetry/TelemetryData.h"
 #include "tests/support/TestSamples.h"
-#include "widgets/WidgetContainer.h"
-#include "widgets/WidgetManager.h"
-#include "widgets/WidgetModel.h"
+#include "widgets/layout/WidgetContainer.h"
+#include "widgets/layout/WidgetManager.h"
+#include "widgets/models/WidgetModel.h"
 
 #include <QAbstractButton>
 #include <QAction>

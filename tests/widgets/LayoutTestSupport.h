@@ -1,11 +1,11 @@
 #pragma once
 
 #include "telemetry/TelemetryData.h"
-#include "widgets/LayoutJsonReader.h"
-#include "widgets/LayoutJsonValue.h"
-#include "widgets/WidgetContainer.h"
-#include "widgets/WidgetManager.h"
-#include "widgets/WindowHub.h"
+#include "widgets/layout/LayoutJsonReader.h"
+#include "widgets/layout/LayoutJsonValue.h"
+#include "widgets/layout/WidgetContainer.h"
+#include "widgets/layout/WidgetManager.h"
+#include "widgets/layout/WindowHub.h"
 
 #include <QCoreApplication>
 #include <QEvent>

@@ -1,5 +1,5 @@
 #include "telemetry/TelemetrySensor.h"
-#include "widgets/DialogKMLExport.h"
+#include "widgets/sensors/DialogKMLExport.h"
 
 #include <QComboBox>
 #include <QDialogButtonBox>

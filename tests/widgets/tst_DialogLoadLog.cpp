@@ -3,7 +3,7 @@
 #include "database/ModelLibrary.h"
 #include "telemetry/LogFileWriter.h"
 #include "tests/support/TestSamples.h"
-#include "widgets/DialogLoadLog.h"
+#include "widgets/models/DialogLoadLog.h"
 
 #include <QCheckBox>
 #include <QDialogButtonBox>

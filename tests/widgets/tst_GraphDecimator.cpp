@@ -1,9 +1,9 @@
 #include "telemetry/TelemetryUnits.h"
 #include "telemetry/TelemetryVar.h"
 #include "tests/support/TestSamples.h"
-#include "widgets/GraphDecimator.h"
-#include "widgets/GraphRenderer.h"
-#include "widgets/GraphSeriesPainter.h"
+#include "widgets/graph/GraphDecimator.h"
+#include "widgets/graph/GraphRenderer.h"
+#include "widgets/graph/GraphSeriesPainter.h"
 
 #include <QImage>
 #include <QPainter>

@@ -1,5 +1,5 @@
-#include "widgets/GraphTicks.h"
-#include "widgets/GraphTimeline.h"
+#include "widgets/graph/GraphTicks.h"
+#include "widgets/graph/GraphTimeline.h"
 
 #include <QtTest>
 

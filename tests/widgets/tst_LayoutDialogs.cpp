@@ -2,8 +2,8 @@
 
 #include "database/DatabaseManager.h"
 #include "database/DefaultLayout.h"
-#include "widgets/DialogLoadLayout.h"
-#include "widgets/DialogSaveLayout.h"
+#include "widgets/layout/DialogLoadLayout.h"
+#include "widgets/layout/DialogSaveLayout.h"
 
 #include <QDialogButtonBox>
 #include <QGroupBox>

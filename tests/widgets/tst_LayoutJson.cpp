@@ -1,6 +1,6 @@
-#include "widgets/LayoutJsonReader.h"
-#include "widgets/LayoutJsonValue.h"
-#include "widgets/LayoutJsonWriter.h"
+#include "widgets/layout/LayoutJsonReader.h"
+#include "widgets/layout/LayoutJsonValue.h"
+#include "widgets/layout/LayoutJsonWriter.h"
 
 #include <QtTest>
 

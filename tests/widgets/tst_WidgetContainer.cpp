@@ -1,9 +1,9 @@
 #include "LayoutTestSupport.h"
 
-#include "widgets/LayoutJsonWriter.h"
-#include "widgets/SerializableWidget.h"
-#include "widgets/WidgetPlaceholder.h"
-#include "widgets/WindowTypes.h"
+#include "widgets/layout/LayoutJsonWriter.h"
+#include "widgets/layout/SerializableWidget.h"
+#include "widgets/layout/WidgetPlaceholder.h"
+#include "widgets/layout/WindowTypes.h"
 
 #include <QAction>
 #include <QMainWindow>

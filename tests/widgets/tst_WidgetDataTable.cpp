@@ -5,12 +5,12 @@
 #include "telemetry/TelemetryData.h"
 #include "telemetry/TelemetryMetaTypes.h"
 #include "tests/support/TestSamples.h"
-#include "widgets/DataTableModel.h"
-#include "widgets/LayoutJsonReader.h"
-#include "widgets/LayoutJsonWriter.h"
-#include "widgets/SensorDragData.h"
-#include "widgets/WidgetDataTable.h"
-#include "widgets/WindowHub.h"
+#include "widgets/table/DataTableModel.h"
+#include "widgets/layout/LayoutJsonReader.h"
+#include "widgets/layout/LayoutJsonWriter.h"
+#include "widgets/layout/SensorDragData.h"
+#include "widgets/table/WidgetDataTable.h"
+#include "widgets/layout/WindowHub.h"
 
 #include <QAction>
 #include <QBuffer>

@@ -3,8 +3,8 @@
 #include "database/DatabaseManager.h"
 #include "database/DefaultLayout.h"
 #include "database/ModelData.h"
-#include "widgets/WidgetPlaceholder.h"
-#include "widgets/WindowTypes.h"
+#include "widgets/layout/WidgetPlaceholder.h"
+#include "widgets/layout/WindowTypes.h"
 
 #include <QFile>
 #include <QMainWindow>

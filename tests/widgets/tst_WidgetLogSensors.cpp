@@ -1,9 +1,9 @@
 #include "telemetry/TelemetryData.h"
 #include "telemetry/TelemetryMetaTypes.h"
 #include "tests/support/TestSamples.h"
-#include "widgets/LayoutJsonWriter.h"
-#include "widgets/SensorDragData.h"
-#include "widgets/WidgetLogSensors.h"
+#include "widgets/layout/LayoutJsonWriter.h"
+#include "widgets/layout/SensorDragData.h"
+#include "widgets/sensors/WidgetLogSensors.h"
 
 #include <QAction>
 #include <QMenu>

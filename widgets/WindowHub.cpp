@@ -1,3 +1,0 @@
-#include "widgets/WindowHub.h"
-
-WindowHub::WindowHub(QObject *parent) : QObject(parent) {}

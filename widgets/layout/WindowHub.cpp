@@ -1,0 +1,3 @@
+#include "widgets/layout/WindowHub.h"
+
+WindowHub::WindowHub(QObject *parent) : QObject(parent) {}

@@ -1,0 +1,112 @@
+#pragma once
+
+#include "telemetry/TelemetrySensor.h"
+#include "widgets/layout/SerializableWidget.h"
+
+#include <QString>
+#include <QWidget>
+
+#include <functional>
+
+class DataTableModel;
+class QCheckBox;
+class QMenu;
+class QPushButton;
+class QSpinBox;
+class QTabWidget;
+class QTableView;
+class TelemetryData;
+class WidgetManager;
+
+// "Data table": chosen variables sampled at a fixed period, one row per step and one column per
+// variable, with CSV and Excel export. Variables are dropped in from the sensor list and removed from
+// the context menu; the period and the two interpolation switches are on the "Settings" tab.
+class WidgetDataTable : public QWidget, public SerializableWidget
+{
+    Q_OBJECT
+public:
+    // Shows an error box; tests read the boxes through it instead.
+    using MessageHandler = std::function<void(const QString &title, const QString &text)>;
+
+    // store may be null; then the window shows only what sensorsUpdated() hands it.
+    explicit WidgetDataTable(TelemetryData *store = nullptr, QWidget *parent = nullptr);
+
+    // Makes the manager create this window for the "DataTable" type, its error boxes shown through
+    // the manager.
+    static void registerWith(WidgetManager *manager);
+
+    int load(const LayoutJsonValue &object) override;
+    int save(LayoutJsonWriter &writer, quint8 flag) override;
+
+    DataTableModel *model() const { return m_model; }
+    QTabWidget *tabs() const { return m_tabs; }
+    QTableView *view() const { return m_view; }
+    QSpinBox *periodBox() const { return m_period; }
+    QCheckBox *smoothBox() const { return m_smooth; }
+    QCheckBox *validBox() const { return m_valid; }
+    QPushButton *csvButton() const { return m_csvButton; }
+    QPushButton *excelButton() const { return m_excelButton; }
+
+    // "Data table menu": Remove "<column>" per column, then "Remove all". The caller owns it.
+    QMenu *createContextMenu(QWidget *parent = nullptr);
+
+    // Export to a chosen file with a progress dialog; errors are shown, a cancel leaves no file.
+    bool exportCsvTo(const QString &path);
+    bool exportExcelTo(const QString &path);
+
+    void setMessageHandler(MessageHandler handler) { m_messages = std::move(handler); }
+    // How long an export runs before its progress dialog appears.
+    void setProgressDelay(int ms) { m_progressDelay = ms; }
+
+public slots:
+    void addData(const TelemetryVar *variable);
+    void sensorsUpdated(const QVector<TelemetrySensor> *data);
+    void dataUpdated(const QVector<TelemetrySensor> *data);
+    void exportCsv();
+    void exportExcel();
+    void removeColumn(int column);
+    void removeAll();
+
+signals:
+    void gotFocus();
+
+protected:
+    void dragEnterEvent(QDragEnterEvent *event) override;
+    void dragMoveEvent(QDragMoveEvent *event) override;
+    void dropEvent(QDropEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private slots:
+    void applyPeriod();
+    void applySmooth(bool smooth);
+    void applyValid(bool valid);
+    void showContextMenu(const QPoint &pos);
+
+private:
+    // One export with its window-modal progress and error box; Writer is the CSV or the Excel writer.
+    template <typename Writer>
+    bool runExport(const QString &path, const QString &label, const QString &errorTitle,
+                   const QString &errorText);
+    void syncControls();
+    void showError(const QString &title, const QString &text);
+    QString chooseFile(const QString &caption, const QString &filter, const QString &suffix);
+    // Keeps the table still while a writer reads it; changes that arrive meanwhile wait.
+    void beginExport();
+    void endExport();
+
+    DataTableModel *m_model = nullptr;
+    QTabWidget *m_tabs = nullptr;
+    QTableView *m_view = nullptr;
+    QSpinBox *m_period = nullptr;
+    QCheckBox *m_smooth = nullptr;
+    QCheckBox *m_valid = nullptr;
+    QPushButton *m_csvButton = nullptr;
+    QPushButton *m_excelButton = nullptr;
+    MessageHandler m_messages;
+    QString m_lastFolder;
+    int m_progressDelay = 500;
+    bool m_exporting = false;
+    bool m_pendingRebuild = false;
+    bool m_pendingAppend = false;
+    const QVector<TelemetrySensor> *m_pendingSensors = nullptr;
+};
