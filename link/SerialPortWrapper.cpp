@@ -21,6 +21,15 @@ namespace {
 // USB adapters the maker ships: (vendor, product).
 const QPair<quint16, quint16> kAdapters[] = {{0x0483, 0x5840}, {0x0403, 0x6001}};
 
+bool isKnownAdapter(const QSerialPortInfo &info)
+{
+    if (!info.hasVendorIdentifier() || !info.hasProductIdentifier())
+        return false;
+    return std::any_of(std::begin(kAdapters), std::end(kAdapters), [&](const auto &a) {
+        return a.first == info.vendorIdentifier() && a.second == info.productIdentifier();
+    });
+}
+
 bool isFatal(QSerialPort::SerialPortError e)
 {
     return e == QSerialPort::OpenError || e == QSerialPort::WriteError || e == QSerialPort::ReadError ||
@@ -35,13 +44,10 @@ constexpr qint64 kAdapterLatencyMs = 12;
 } // namespace
 
 SerialPortWrapper::SerialPortWrapper(LinkClock *clock, QObject *parent)
-    : QObject(parent), m_clock(clock), m_protocol(this), m_receiver(this)
+    : QObject(parent), m_ownClock(clock ? nullptr : std::make_unique<SystemLinkClock>()),
+      m_clock(clock ? clock : m_ownClock.get()), m_search(m_clock), m_protocol(this), m_receiver(this)
 {
     registerLinkMetaTypes();
-    if (!m_clock) {
-        m_ownClock = std::make_unique<SystemLinkClock>();
-        m_clock = m_ownClock.get();
-    }
     std::fill(std::begin(m_channels), std::end(m_channels), LxFrame::kChannelCentre);
     m_readBuffer.resize(4096);
     connect(&m_protocol, &LxBusProtocol::commandConfirmed, this, &SerialPortWrapper::LxBusCommandConfirmed);
@@ -51,34 +57,6 @@ SerialPortWrapper::SerialPortWrapper(LinkClock *clock, QObject *parent)
 SerialPortWrapper::~SerialPortWrapper()
 {
     stop();
-}
-
-std::atomic<int> &SerialPortWrapper::progressValue()
-{
-    static std::atomic<int> value{0};
-    return value;
-}
-
-std::atomic<bool> &SerialPortWrapper::reloadFlag()
-{
-    static std::atomic<bool> flag{false};
-    return flag;
-}
-
-int SerialPortWrapper::baudForMode(int mode)
-{
-    switch (mode) {
-    case LxBus125k:
-        return 125000;
-    case LxBus250k:
-    case UpdateReader:
-        return 250000;
-    case TerminalBoxReader:
-    case GpsLoggerReader:
-        return 38400;
-    default:
-        return 0;
-    }
 }
 
 QString SerialPortWrapper::portName() const
@@ -102,7 +80,7 @@ Vector<Device> SerialPortWrapper::devices() const
 int SerialPortWrapper::mode() const
 {
     QMutexLocker lock(&m_mutex);
-    return m_mode;
+    return m_search.mode();
 }
 
 bool SerialPortWrapper::isPortOpen() const
@@ -126,7 +104,7 @@ int SerialPortWrapper::crcErrorCount() const
 SerialReader *SerialPortWrapper::currentReader() const
 {
     QMutexLocker lock(&m_mutex);
-    return readerFor(m_mode);
+    return readerFor(m_search.mode());
 }
 
 SerialReader *SerialPortWrapper::readerFor(int mode) const
@@ -140,6 +118,12 @@ void SerialPortWrapper::setReader(int mode, SerialReader *reader)
     QMutexLocker lock(&m_mutex);
     if (mode == UpdateReader || mode == TerminalBoxReader || mode == GpsLoggerReader)
         m_readers[mode] = reader;
+}
+
+void SerialPortWrapper::setDriveScan(DriveScanner::Scan scan)
+{
+    QMutexLocker lock(&m_mutex);
+    m_driveScanner.setScan(std::move(scan));
 }
 
 void SerialPortWrapper::setEchoSkipping(bool skip)
@@ -170,7 +154,8 @@ void SerialPortWrapper::start()
     m_port = new QSerialPort(this);
     connect(m_port, &QSerialPort::readyRead, this, &SerialPortWrapper::readResponse);
     connect(m_port, &QSerialPort::errorOccurred, this, &SerialPortWrapper::handleError);
-    m_lastGoodFrame = m_lastRead = m_lastFrameStep = m_clock->elapsedMs();
+    m_lastRead = m_lastFrameStep = m_clock->elapsedMs();
+    m_search.restart();
     if (m_timerEnabled) {
         m_timer = new QTimer(this);
         m_timer->setTimerType(Qt::PreciseTimer);
@@ -203,8 +188,9 @@ bool SerialPortWrapper::applySettings()
     if (!m_port)
         return false;
     bool ok = true;
+    const int mode = m_search.mode();
     if (m_port->isOpen()) {
-        const int baud = baudForMode(m_mode);
+        const int baud = baudForMode(mode);
         if (baud)
             ok &= m_port->setBaudRate(baud);
         ok &= m_port->setDataBits(QSerialPort::Data8);
@@ -216,7 +202,7 @@ bool SerialPortWrapper::applySettings()
             m_port->clearError();
         }
     }
-    switch (m_mode) {
+    switch (mode) {
     case LxBus125k:
     case LxBus250k:
         m_protocol.reset();
@@ -224,50 +210,70 @@ bool SerialPortWrapper::applySettings()
         m_lineFreeAt = 0;
         break;
     default:
-        if (SerialReader *r = readerFor(m_mode))
+        if (SerialReader *r = readerFor(mode))
             r->reset();
         break;
     }
     m_receiver.reset();
-    qDebug().noquote() << QStringLiteral("Serial state: %1").arg(m_mode);
+    qDebug().noquote() << QStringLiteral("Serial state: %1").arg(mode);
     return ok;
 }
 
-void SerialPortWrapper::setMode(int mode)
-{
-    if (m_mode == mode)
-        return;
-    m_mode = mode;
-    applySettings();
-}
-
-// The search and the error rule walk 0 -> 2 -> 3 -> 0; 250000 baud without the update reader (mode 1)
-// is entered only from outside.
 void SerialPortWrapper::advanceSearchMode()
 {
-    int next = (m_mode + 1) % 4;
-    if (next == LxBus250k)
-        next = UpdateReader;
-    m_mode = next;
+    m_search.advance();
     applySettings();
 }
 
-int SerialPortWrapper::setSerialPort(const QString &name)
+// Closes the port before another is opened; the port object is made on first use. Returns whether it
+// was open, so the caller announces a change only.
+bool SerialPortWrapper::closeForReopen()
 {
-    QMutexLocker lock(&m_mutex);
     if (!m_port)
         start();
     const bool wasOpen = m_open;
     if (m_port->isOpen())
         m_port->close();
     m_open = false;
+    return wasOpen;
+}
+
+// The one way the port gets opened, by name or by the adapter search, once its name is set: for reading
+// and writing, with the settings of the current mode. A port chosen by name stays open when a setting is
+// refused, as the user asked for it; the search drops it and tries the next adapter. label: what the log
+// line names.
+SerialPortWrapper::OpenResult SerialPortWrapper::openPort(const QString &label, bool keepRefused,
+                                                          QSerialPort::SerialPortError *why)
+{
+    if (!m_port->open(QIODevice::ReadWrite)) {
+        *why = m_port->error();
+        m_port->close();
+        m_port->clearError();
+        return OpenResult::Failed;
+    }
+    const bool settingsOk = applySettings();
+    if (!settingsOk && !keepRefused) {
+        m_port->close();
+        return OpenResult::Failed;
+    }
+    qDebug().noquote() << QStringLiteral("Set Port : ") + label;
+    m_open = true;
+    m_crcErrors = 0;
+    m_lastRead = m_lastFrameStep = m_clock->elapsedMs();
+    m_search.restart();
+    return settingsOk ? OpenResult::Opened : OpenResult::SettingsRefused;
+}
+
+int SerialPortWrapper::setSerialPort(const QString &name)
+{
+    QMutexLocker lock(&m_mutex);
+    const bool wasOpen = closeForReopen();
     m_port->setPortName(name);
     int result = 0;
     if (!name.isEmpty()) {
-        if (!m_port->open(QIODevice::ReadWrite)) {
-            const QSerialPort::SerialPortError why = m_port->error();
-            m_port->close();
-            m_port->clearError();
+        QSerialPort::SerialPortError why = QSerialPort::NoError;
+        const OpenResult opened = openPort(name, true, &why);
+        if (opened == OpenResult::Failed) {
             m_lastError = tr("Unable to open serial port %1").arg(name);
             if (why == QSerialPort::PermissionError) {
                 const QString hint = SerialPlatform::permissionHint(name);
@@ -275,15 +281,8 @@ int SerialPortWrapper::setSerialPort(const QString &name)
                     m_lastError += QStringLiteral(". ") + hint;
             }
             emit error();
-            result = 2;
-        } else {
-            qDebug().noquote() << QStringLiteral("Set Port : ") + name;
-            // Opening by name starts at 125000 in mode 0 and 250000 in any other mode.
-            result = applySettings() ? 0 : 2;
-            m_open = true;
-            m_crcErrors = 0;
-            m_lastGoodFrame = m_lastRead = m_lastFrameStep = m_clock->elapsedMs();
         }
+        result = opened == OpenResult::Opened ? 0 : 2;
     }
     if (m_open != wasOpen)
         emit portOpenedStatus(m_open);
@@ -293,33 +292,15 @@ int SerialPortWrapper::setSerialPort(const QString &name)
 void SerialPortWrapper::findDefaultSerialPort()
 {
     QMutexLocker lock(&m_mutex);
-    if (!m_port)
-        start();
-    const bool wasOpen = m_open;
-    if (m_port->isOpen())
-        m_port->close();
-    m_open = false;
+    const bool wasOpen = closeForReopen();
     for (const QSerialPortInfo &info : QSerialPortInfo::availablePorts()) {
-        if (!info.hasVendorIdentifier() || !info.hasProductIdentifier())
-            continue;
-        const bool known = std::any_of(std::begin(kAdapters), std::end(kAdapters), [&](const auto &a) {
-            return a.first == info.vendorIdentifier() && a.second == info.productIdentifier();
-        });
-        if (!known)
+        if (!isKnownAdapter(info))
             continue;
         m_port->setPort(info);
-        if (!m_port->open(QIODevice::ReadWrite)) {
-            m_port->clearError();
-            continue;
-        }
-        if (!applySettings()) {
-            m_port->close();
-            continue;
-        }
-        qDebug().noquote() << QStringLiteral("Set Port : %1 %2").arg(info.portName(), info.description());
-        m_open = true;
-        m_lastGoodFrame = m_lastRead = m_lastFrameStep = m_clock->elapsedMs();
-        break;
+        QSerialPort::SerialPortError why = QSerialPort::NoError;
+        if (openPort(QStringLiteral("%1 %2").arg(info.portName(), info.description()), false, &why) !=
+            OpenResult::Failed)
+            break;
     }
     if (m_open != wasOpen)
         emit portOpenedStatus(m_open);
@@ -356,7 +337,7 @@ void SerialPortWrapper::handleError(QSerialPort::SerialPortError e)
     if (m_port)
         m_port->clearError();
     if (m_errorCount % kErrorsPerModeChange == 0) {
-        if (m_mode == GpsLoggerReader) {
+        if (m_search.mode() == GpsLoggerReader) {
             m_errorCount = 0;
             if (SerialReader *r = readerFor(GpsLoggerReader))
                 r->reset();
@@ -371,7 +352,7 @@ void SerialPortWrapper::readResponse()
     QMutexLocker lock(&m_mutex);
     if (!m_port || !m_port->isOpen())
         return;
-    SerialReader *reader = readerFor(m_mode);
+    SerialReader *reader = readerFor(m_search.mode());
     if (reader && reader->wantsRawBytes()) {
         reader->readRaw(m_port);
         return;
@@ -388,10 +369,10 @@ void SerialPortWrapper::readResponse()
 void SerialPortWrapper::deviceFrame(const quint8 *frame, int length, const quint8 *payload, int payloadLength)
 {
     m_errorCount = 0;
-    m_lastGoodFrame = m_clock->elapsedMs();
+    m_search.restart();
     if (m_paused)
         return;
-    if (m_mode == UpdateReader) {
+    if (m_search.mode() == UpdateReader) {
         if (SerialReader *r = readerFor(UpdateReader))
             r->takeFrame(frame, length);
         return;
@@ -466,7 +447,7 @@ void SerialPortWrapper::sendMasterFrame(qint64 now)
         fatalError(tr("<b>Serial port error:</b><br>%1").arg(m_port->errorString()));
         return;
     }
-    const int baud = std::max(baudForMode(m_mode), 9600);
+    const int baud = std::max(baudForMode(m_search.mode()), 9600);
     qint64 busyMs = (qint64(n) * 10 * 1000 + baud - 1) / baud;
     m_awaitedPacket = -1;
     if (request && requestLength >= 2) {
@@ -480,9 +461,9 @@ void SerialPortWrapper::tick()
 {
     QMutexLocker lock(&m_mutex);
     const qint64 now = m_clock->elapsedMs();
-    if (reloadFlag().exchange(false)) {
+    if (m_progress.takeReload()) {
         applySettings();
-        m_lastGoodFrame = now;
+        m_search.restart();
     }
     if (m_joystick.hasJoystick() && m_joystick.poll(&m_axes)) {
         LxFrame::channelsFromAxes(m_axes, m_channels);
@@ -497,40 +478,24 @@ void SerialPortWrapper::tick()
         emit error();
     }
     if (m_open) {
-        if (m_rgpsMode)
-            setMode(GpsLoggerReader);
-        else if (m_updateMode)
-            setMode(UpdateReader);
-        else if (m_vbmMode)
-            setMode(TerminalBoxReader);
-        else if (m_mode == GpsLoggerReader) {
-            setMode(LxBus125k);
-            m_lastGoodFrame = now;
-        }
-        const bool searching = m_mode == LxBus125k || m_mode == LxBus250k ||
-                               (m_mode == UpdateReader && !m_updateMode) ||
-                               (m_mode == TerminalBoxReader && !m_vbmMode);
-        const qint64 limit = m_mode == UpdateReader ? kSearchUpdateMs : kSearchMs;
-        if (searching && now - m_lastGoodFrame > limit) {
-            advanceSearchMode();
-            m_lastGoodFrame = now;
-        }
+        if (m_search.tick())
+            applySettings();
+        const int mode = m_search.mode();
         const qint64 elapsed = now - m_lastFrameStep;
-        if (m_mode == UpdateReader || m_mode == TerminalBoxReader) {
-            if (SerialReader *r = readerFor(m_mode))
+        if (mode == UpdateReader || mode == TerminalBoxReader) {
+            if (SerialReader *r = readerFor(mode))
                 r->tick(elapsed, 0);
-        } else if (m_mode == GpsLoggerReader) {
-            if (SerialReader *r = readerFor(m_mode))
+        } else if (mode == GpsLoggerReader) {
+            if (SerialReader *r = readerFor(mode))
                 r->tick(elapsed, 20);
         } else if (!m_paused) {
             sendMasterFrame(now);
         }
     }
-    const int progress = progressValue().load();
-    if (progress != m_lastProgress) {
-        m_lastProgress = progress;
+    m_driveScanner.tick();
+    int progress = 0;
+    if (m_progress.takeChange(&progress))
         emit percentageChanged(progress);
-    }
     scheduleNextTick(now);
 }
 
@@ -541,7 +506,8 @@ void SerialPortWrapper::scheduleNextTick(qint64 now)
 {
     if (!m_timer)
         return;
-    const bool busBusy = m_open && !m_paused && (m_mode == LxBus125k || m_mode == LxBus250k) &&
+    const int mode = m_search.mode();
+    const bool busBusy = m_open && !m_paused && (mode == LxBus125k || mode == LxBus250k) &&
                          !m_hasController && m_lineFreeAt > now + 1;
     const int interval = busBusy ? int(std::min<qint64>(m_lineFreeAt - now, 50)) : 1;
     if (m_timer->interval() != interval)
@@ -553,8 +519,8 @@ void SerialPortWrapper::selectMode(int mode)
     QMutexLocker lock(&m_mutex);
     if (mode < LxBus125k || mode > GpsLoggerReader || mode == Unchanged)
         return;
-    setMode(mode);
-    m_lastGoodFrame = m_clock->elapsedMs();
+    if (m_search.select(mode))
+        applySettings();
 }
 
 void SerialPortWrapper::setActiveDevice(const DeviceSettings &properties)
@@ -598,19 +564,19 @@ void SerialPortWrapper::LxBusDeviceExecCommand(quint16 paramAddr, quint8 size)
 void SerialPortWrapper::setUpdateMode(bool enabled)
 {
     QMutexLocker lock(&m_mutex);
-    m_updateMode = enabled;
+    m_search.setUpdateMode(enabled);
 }
 
 void SerialPortWrapper::setVBMMode(bool enabled)
 {
     QMutexLocker lock(&m_mutex);
-    m_vbmMode = enabled;
+    m_search.setTerminalBoxMode(enabled);
 }
 
 void SerialPortWrapper::setRGPSMode(bool enabled)
 {
     QMutexLocker lock(&m_mutex);
-    m_rgpsMode = enabled;
+    m_search.setGpsLoggerMode(enabled);
 }
 
 void SerialPortWrapper::detectJoysticks()

@@ -1,17 +1,19 @@
 #pragma once
 
 #include "link/DeviceSettings.h"
+#include "link/DriveScanner.h"
 #include "link/JoystickReader.h"
 #include "link/LinkClock.h"
+#include "link/LinkProgress.h"
 #include "link/LxBusProtocol.h"
 #include "link/LxReceiver.h"
+#include "link/PortSpeedSearch.h"
 
 #include <QByteArray>
 #include <QObject>
 #include <QRecursiveMutex>
 #include <QSerialPort>
 
-#include <atomic>
 #include <memory>
 
 class QTimer;
@@ -26,16 +28,13 @@ class SerialPortWrapper : public QObject, private LxReceiver::Handler
 public:
     enum Mode
     {
-        LxBus125k = 0,
-        LxBus250k = 1,
-        UpdateReader = 2,
-        TerminalBoxReader = 3,
-        Unchanged = 4,
-        GpsLoggerReader = 5,
+        LxBus125k = PortSpeedSearch::LxBus125k,
+        LxBus250k = PortSpeedSearch::LxBus250k,
+        UpdateReader = PortSpeedSearch::UpdateReader,
+        TerminalBoxReader = PortSpeedSearch::TerminalBoxReader,
+        Unchanged = PortSpeedSearch::Unchanged,
+        GpsLoggerReader = PortSpeedSearch::GpsLoggerReader,
     };
-    // Without a good frame for this long the next line speed is tried (the update reader gets less).
-    static constexpr qint64 kSearchMs = 3000;
-    static constexpr qint64 kSearchUpdateMs = 1500;
     static constexpr int kErrorLimit = 410;
     static constexpr int kErrorsPerModeChange = 50;
 
@@ -65,11 +64,12 @@ public:
     // The protocol object (device table signals); lives on the serial thread.
     LxBusProtocol *protocol() { return &m_protocol; }
 
-    // Process-wide: a percentage set by long device operations from any thread, reported on the next
-    // tick; and a flag that makes the next tick re-apply the port settings.
-    static std::atomic<int> &progressValue();
-    static std::atomic<bool> &reloadFlag();
-    static int baudForMode(int mode);
+    // The percentage of long device operations, reported on the next tick, and the request to re-apply
+    // the port settings; usable from any thread for the life of the wrapper.
+    LinkProgress *progress() { return &m_progress; }
+    // The transmitter drive scan run every 25th tick, on the serial thread.
+    void setDriveScan(DriveScanner::Scan scan);
+    static int baudForMode(int mode) { return PortSpeedSearch::baudForMode(mode); }
 
     // One tick of the 1 ms timer.
     void tick();
@@ -110,8 +110,15 @@ private:
     void crcError(const quint8 *frame, int length) override;
     void goodEcho() override;
 
+    enum class OpenResult
+    {
+        Failed,
+        SettingsRefused,
+        Opened,
+    };
+    bool closeForReopen();
+    OpenResult openPort(const QString &label, bool keepRefused, QSerialPort::SerialPortError *why);
     bool applySettings();
-    void setMode(int mode);
     void advanceSearchMode();
     void fatalError(const QString &text);
     void setOpen(bool open);
@@ -121,29 +128,26 @@ private:
     SerialReader *readerFor(int mode) const;
 
     mutable QRecursiveMutex m_mutex;
-    LinkClock *m_clock;
     std::unique_ptr<LinkClock> m_ownClock;
+    LinkClock *m_clock;
     QSerialPort *m_port = nullptr;
     QTimer *m_timer = nullptr;
     bool m_timerEnabled = true;
-    int m_mode = LxBus125k;
+    PortSpeedSearch m_search;
+    DriveScanner m_driveScanner;
+    LinkProgress m_progress;
     SerialReader *m_readers[6] = {};
-    bool m_updateMode = false;
-    bool m_vbmMode = false;
-    bool m_rgpsMode = false;
     bool m_open = false;
     bool m_paused = false;
     quint16 m_errorCount = 0;
     int m_crcErrors = 0;
     qint64 m_lastRead = 0;
-    qint64 m_lastGoodFrame = 0;
     qint64 m_lastFrameStep = 0;
     // The bus is half duplex: the next master frame waits until the line has carried the last one and,
     // after a request, until its answer came or its answer window passed.
     qint64 m_lineFreeAt = 0;
     int m_awaitedPacket = -1;
     QString m_lastError;
-    int m_lastProgress = 0;
     LxBusProtocol m_protocol;
     LxReceiver m_receiver;
     QByteArray m_readBuffer;

@@ -232,16 +232,16 @@ void tst_SerialPortWrapper::progressAndReload()
     w.setTimerEnabled(false);
     w.start();
     QSignalSpy progress(&w, &SerialPortWrapper::percentageChanged);
-    SerialPortWrapper::progressValue() = 40;
+    w.progress()->setValue(40);
     w.tick();
     w.tick();
-    SerialPortWrapper::progressValue() = 0;
+    w.progress()->setValue(0);
     w.tick();
     QCOMPARE(progress.count(), 2);
     QCOMPARE(progress.at(0).at(0).toInt(), 40);
-    SerialPortWrapper::reloadFlag() = true;
+    w.progress()->requestReload();
     w.tick();
-    QVERIFY(!SerialPortWrapper::reloadFlag());
+    QVERIFY(!w.progress()->takeReload());
 }
 
 void tst_SerialPortWrapper::controllerAxesInTheMasterFrame()
