@@ -1,20 +1,19 @@
 #include "cli/CliCommands.h"
 #include "telemetry/AtomicFile.h"
 
+#include "cli/CliSupport.h"
 #include "cli/DbCommands.h"
 #include "cli/JsonDump.h"
 #include "cli/KmlCommand.h"
 #include "cli/LiveCommands.h"
 #include "cli/TableCommands.h"
-#include "telemetry/CSVLogLoader.h"
 #include "telemetry/LogFileWriter.h"
 #include "telemetry/LogGenerator.h"
-#include "telemetry/MemorySensorTable.h"
-#include "telemetry/TelemetryData.h"
+#include "telemetry/TelemetryDataPackage.h"
+#include "telemetry/TelemetryFormat.h"
 
 #include <QFileInfo>
 #include <QSaveFile>
-#include <QTime>
 
 #include <functional>
 #include <map>
@@ -49,36 +48,15 @@ struct Context
     std::FILE *err;
     QString csvInput; // the file named by --csv, read as the data table's CSV export
 
-    int fail(const QString &message) const
-    {
-        std::fprintf(err, "vexo-log: %s\n", message.toUtf8().constData());
-        return 1;
-    }
-    int usage(const QString &message) const
-    {
-        std::fprintf(err, "vexo-log: %s\n\n%s", message.toUtf8().constData(), kUsage);
-        return 2;
-    }
+    int fail(const QString &message) const { return CliSupport::fail(err, message); }
+    int usage(const QString &message) const { return CliSupport::usage(err, nullptr, message, kUsage); }
     void print(const QString &text) const { std::fputs(text.toUtf8().constData(), out); }
 };
 
-// Loads through the same readers and dispatch as the studio. A file read only in part is read, and
-// what was lost is said on standard error.
+// A file read only in part is read, and what was lost is said on standard error.
 bool readPackage(const Context &c, const QString &path, TelemetryDataPackage *package)
 {
-    MemorySensorTable sensors;
-    QString error;
-    QString warning;
-    const bool ok = path == c.csvInput
-                        ? CSVLogLoader::readFile(path, package, &sensors, &error, &warning)
-                        : TelemetryData::readFile(path, package, &sensors, &error, {}, &warning);
-    if (!ok) {
-        c.fail(error);
-        return false;
-    }
-    if (!warning.isEmpty())
-        c.fail(warning);
-    return true;
+    return CliSupport::readLog(c.err, path, package, CliSupport::Damage::Say, path == c.csvInput);
 }
 
 // Writes the whole file or nothing: a temporary file renamed into place.
@@ -100,15 +78,6 @@ bool writeAtomically(const Context &c, const QString &path, const QByteArray &da
     return true;
 }
 
-QString formatDuration(qint64 ms)
-{
-    return QStringLiteral("%1:%2:%3.%4")
-        .arg(ms / 3600000)
-        .arg(ms / 60000 % 60, 2, 10, QLatin1Char('0'))
-        .arg(ms / 1000 % 60, 2, 10, QLatin1Char('0'))
-        .arg(ms % 1000, 3, 10, QLatin1Char('0'));
-}
-
 int info(const Context &c)
 {
     if (c.args.size() != 1)
@@ -125,7 +94,7 @@ int info(const Context &c)
     text += QStringLiteral("Recorded:    %1\n")
                 .arg(p.recordingDate().toString(QStringLiteral("yyyy-MM-dd hh:mm:ss")));
     text += QStringLiteral("Duration:    %1 (%2 ms to %3 ms)\n")
-                .arg(formatDuration(std::max(0, last - first)))
+                .arg(TelemetryFormat::duration(std::max(0, last - first)))
                 .arg(first)
                 .arg(last);
     text += QStringLiteral("Devices:     %1\n").arg(p.devices().size());

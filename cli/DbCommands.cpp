@@ -1,10 +1,12 @@
 #include "cli/DbCommands.h"
 
+#include "cli/CliSupport.h"
 #include "database/DataFolderCheck.h"
 #include "database/DatabaseManager.h"
 #include "database/Logger.h"
 #include "database/ModelFolderTree.h"
 #include "database/ModelLibrary.h"
+#include "telemetry/TelemetryFormat.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -43,16 +45,8 @@ struct Context
     std::FILE *out;
     std::FILE *err;
 
-    int fail(const QString &message) const
-    {
-        std::fprintf(err, "vexo-log: %s\n", message.toUtf8().constData());
-        return 1;
-    }
-    int usage(const QString &message) const
-    {
-        std::fprintf(err, "vexo-log: db: %s\n\n%s", message.toUtf8().constData(), kDbUsage);
-        return 2;
-    }
+    int fail(const QString &message) const { return CliSupport::fail(err, message); }
+    int usage(const QString &message) const { return CliSupport::usage(err, "db", message, kDbUsage); }
     void print(const QString &text) const
     {
         std::fputs(text.toUtf8().constData(), out);
@@ -85,30 +79,40 @@ bool parseOptions(const QStringList &args, Options *o, QString *error)
     return true;
 }
 
-QString formatDuration(qint64 ms)
-{
-    return QStringLiteral("%1:%2:%3.%4")
-        .arg(ms / 3600000)
-        .arg(ms / 60000 % 60, 2, 10, QLatin1Char('0'))
-        .arg(ms / 1000 % 60, 2, 10, QLatin1Char('0'))
-        .arg(ms % 1000, 3, 10, QLatin1Char('0'));
-}
-
 // The database and the application log beside it; the log file is only created if something is logged.
 class Session
 {
 public:
     explicit Session(const QString &path)
-        : m_logger(QFileInfo(path).absolutePath() + QStringLiteral("/Application.log")),
+        : m_path(path), m_logger(QFileInfo(path).absolutePath() + QStringLiteral("/Application.log")),
           m_db(QString(), &m_logger)
     {
         m_db.setDatabasePath(path);
     }
+    const QString &path() const { return m_path; }
     DatabaseManager &db() { return m_db; }
 
 private:
+    QString m_path;
     Logger m_logger;
     DatabaseManager m_db;
+};
+
+// How a command reaches the database.
+enum class Access
+{
+    Create,   // opened, and created when missing
+    Existing, // opened; a path that holds none is refused
+    Inspect,  // must exist, and is left to the command to open
+};
+
+// A subcommand: what is wrong with its arguments (empty when they fit), checked before anything is
+// opened; how it reaches the database; and its work.
+struct Command
+{
+    QString (*badArguments)(const Options &);
+    Access access;
+    int (*run)(const Context &, const Options &, Session &);
 };
 
 QString databasePath(const Options &o)
@@ -120,34 +124,46 @@ QString databasePath(const Options &o)
     return o.db;
 }
 
-// Only import may create a database; the others refuse a path that holds none.
-bool openDatabase(const Context &c, const QString &path, bool create, DatabaseManager *db)
+// What every command does first: its arguments checked, then its database found and opened.
+int runCommand(const Context &c, const Options &o, const Command &command)
 {
-    if (!create && !QFileInfo::exists(path)) {
-        c.fail(QStringLiteral("%1: no database there").arg(QDir::toNativeSeparators(path)));
-        return false;
-    }
-    if (!db->openAndInitialise()) {
-        // A script must not have files move under it: the studio moves a damaged database aside.
-        c.fail(DataFolderCheck::isDamage(db->lastErrorCode())
-                   ? DataFolderCheck::damagedLeftAlone(path, db->lastError())
-                   : db->lastError());
-        return false;
-    }
-    return true;
-}
-
-int import(const Context &c, const Options &o)
-{
-    if (o.model.trimmed().isEmpty())
-        return c.usage(QStringLiteral("import needs --model NAME"));
-    if (o.positional.isEmpty())
-        return c.usage(QStringLiteral("import needs at least one log file"));
+    const QString bad = command.badArguments(o);
+    if (!bad.isEmpty())
+        return c.usage(bad);
     const QString path = databasePath(o);
+    if (command.access != Access::Create && !QFileInfo::exists(path))
+        return c.fail(QStringLiteral("%1: no database there").arg(QDir::toNativeSeparators(path)));
     Session session(path);
     DatabaseManager &db = session.db();
-    if (!openDatabase(c, path, true, &db))
-        return 1;
+    if (command.access != Access::Inspect && !db.openAndInitialise()) {
+        // A script must not have files move under it: the studio moves a damaged database aside.
+        return c.fail(DataFolderCheck::isDamage(db.lastErrorCode())
+                          ? DataFolderCheck::damagedLeftAlone(path, db.lastError())
+                          : db.lastError());
+    }
+    return command.run(c, o, session);
+}
+
+// Arguments of the commands that take none besides --db.
+QString noArguments(const Options &o, const char *command)
+{
+    if (!o.positional.isEmpty() || !o.model.isEmpty() || !o.folder.isEmpty() || !o.log.isEmpty())
+        return QStringLiteral("%1 takes no arguments besides --db").arg(QLatin1String(command));
+    return QString();
+}
+
+QString importArguments(const Options &o)
+{
+    if (o.model.trimmed().isEmpty())
+        return QStringLiteral("import needs --model NAME");
+    if (o.positional.isEmpty())
+        return QStringLiteral("import needs at least one log file");
+    return QString();
+}
+
+int import(const Context &c, const Options &o, Session &session)
+{
+    DatabaseManager &db = session.db();
     ModelLibrary library(&db);
     bool ok = false;
     int modelId = library.findModel(o.model, &ok);
@@ -192,7 +208,7 @@ int import(const Context &c, const Options &o)
         ++imported;
         c.print(step + QStringLiteral("stored as log %1 (%2, %3 samples)%4\n")
                            .arg(logId)
-                           .arg(formatDuration(ModelLibrary::lengthOf(package)))
+                           .arg(TelemetryFormat::duration(ModelLibrary::lengthOf(package)))
                            .arg(package.sampleCount())
                            .arg(warning.isEmpty() ? QString() : QStringLiteral("; ") + warning));
     }
@@ -223,28 +239,23 @@ void listFolder(const Context &c, const ModelFolderTree &tree, const QModelIndex
             c.print(QStringLiteral("%1log %2  %3  %4  %5%6\n")
                         .arg(indent)
                         .arg(id)
-                        .arg(name, date, formatDuration(lengths.value(id)),
+                        .arg(name, date, TelemetryFormat::duration(lengths.value(id)),
                              comment.isEmpty() ? QString() : QStringLiteral("  \"%1\"").arg(comment)));
         }
     }
 }
 
-int list(const Context &c, const Options &o)
+int list(const Context &c, const Options &, Session &session)
 {
-    if (!o.positional.isEmpty() || !o.model.isEmpty() || !o.folder.isEmpty() || !o.log.isEmpty())
-        return c.usage(QStringLiteral("list takes no arguments besides --db"));
-    const QString path = databasePath(o);
-    Session session(path);
     DatabaseManager &db = session.db();
-    if (!openDatabase(c, path, false, &db))
-        return 1;
     bool ok = false;
     const QVector<ModelData> models = db.models(&ok);
     if (!ok)
         return c.fail(db.lastError());
     ModelLibrary library(&db);
     ModelFolderTree tree(&library);
-    c.print(QStringLiteral("%1: %2 models\n").arg(QDir::toNativeSeparators(path)).arg(models.size()));
+    c.print(
+        QStringLiteral("%1: %2 models\n").arg(QDir::toNativeSeparators(session.path())).arg(models.size()));
     for (const ModelData &m : models) {
         const QHash<int, qint64> lengths = db.logLengths(m.id, &ok);
         if (!ok || !tree.setModelId(m.id))
@@ -260,35 +271,30 @@ int list(const Context &c, const Options &o)
 }
 
 // Exit 0 when the studio could work with the database (a warning such as little free space included).
-int check(const Context &c, const Options &o)
+int check(const Context &c, const Options &, Session &session)
 {
-    if (!o.positional.isEmpty() || !o.model.isEmpty() || !o.folder.isEmpty() || !o.log.isEmpty())
-        return c.usage(QStringLiteral("check takes no arguments besides --db"));
-    const QString path = databasePath(o);
-    if (!QFileInfo::exists(path))
-        return c.fail(QStringLiteral("%1: no database there").arg(QDir::toNativeSeparators(path)));
-    Session session(path);
     const StartupReport report = DataFolderCheck::inspect(&session.db());
     for (const QString &line : report.message.split(QLatin1Char('\n'), Qt::SkipEmptyParts))
         std::fprintf(c.err, "vexo-log: %s\n", line.toUtf8().constData());
     if (report.severity == StartupReport::Error)
         return 1;
-    c.print(QStringLiteral("%1: ok\n").arg(QDir::toNativeSeparators(path)));
+    c.print(QStringLiteral("%1: ok\n").arg(QDir::toNativeSeparators(session.path())));
     return 0;
 }
 
-int exportLog(const Context &c, const Options &o)
+QString exportArguments(const Options &o)
 {
     bool isNumber = false;
-    const int id = o.log.toInt(&isNumber);
+    o.log.toInt(&isNumber);
     if (!isNumber || o.positional.size() != 1 || !o.model.isEmpty() || !o.folder.isEmpty())
-        return c.usage(QStringLiteral("export takes --log ID and one output file"));
-    const QString path = databasePath(o);
-    Session session(path);
-    DatabaseManager &db = session.db();
-    if (!openDatabase(c, path, false, &db))
-        return 1;
-    ModelLibrary library(&db);
+        return QStringLiteral("export takes --log ID and one output file");
+    return QString();
+}
+
+int exportLog(const Context &c, const Options &o, Session &session)
+{
+    const int id = o.log.toInt();
+    ModelLibrary library(&session.db());
     if (!library.exportLog(id, o.positional.at(0)))
         return c.fail(library.lastError());
     c.print(QStringLiteral("exported log %1 to %2 (%3 bytes)\n")
@@ -298,16 +304,16 @@ int exportLog(const Context &c, const Options &o)
     return 0;
 }
 
-int deleteModel(const Context &c, const Options &o)
+QString deleteModelArguments(const Options &o)
 {
     if (o.model.isEmpty() || !o.positional.isEmpty() || !o.folder.isEmpty() || !o.log.isEmpty())
-        return c.usage(QStringLiteral("delete-model takes --model NAME"));
-    const QString path = databasePath(o);
-    Session session(path);
-    DatabaseManager &db = session.db();
-    if (!openDatabase(c, path, false, &db))
-        return 1;
-    ModelLibrary library(&db);
+        return QStringLiteral("delete-model takes --model NAME");
+    return QString();
+}
+
+int deleteModel(const Context &c, const Options &o, Session &session)
+{
+    ModelLibrary library(&session.db());
     const int id = library.findModel(o.model);
     if (id < 0)
         return c.fail(library.lastError());
@@ -349,12 +355,14 @@ int DbCommands::run(const QStringList &args, std::FILE *out, std::FILE *err)
         std::fputs(kDbUsage, out);
         return 0;
     }
-    const std::map<QString, int (*)(const Context &, const Options &)> commands = {
-        {QStringLiteral("import"), &import},
-        {QStringLiteral("list"), &list},
-        {QStringLiteral("check"), &check},
-        {QStringLiteral("export"), &exportLog},
-        {QStringLiteral("delete-model"), &deleteModel},
+    const std::map<QString, Command> commands = {
+        {QStringLiteral("import"), {&importArguments, Access::Create, &import}},
+        {QStringLiteral("list"),
+         {[](const Options &o) { return noArguments(o, "list"); }, Access::Existing, &list}},
+        {QStringLiteral("check"),
+         {[](const Options &o) { return noArguments(o, "check"); }, Access::Inspect, &check}},
+        {QStringLiteral("export"), {&exportArguments, Access::Existing, &exportLog}},
+        {QStringLiteral("delete-model"), {&deleteModelArguments, Access::Existing, &deleteModel}},
     };
     const auto it = commands.find(args.at(0));
     if (it == commands.end())
@@ -367,5 +375,5 @@ int DbCommands::run(const QStringList &args, std::FILE *out, std::FILE *err)
     // error; VEXO_DEBUG=1 shows them.
     if (qEnvironmentVariableIsEmpty("VEXO_DEBUG"))
         QLoggingCategory::setFilterRules(QStringLiteral("*.debug=false\ndefault.warning=false"));
-    return it->second(c, o);
+    return runCommand(c, o, it->second);
 }

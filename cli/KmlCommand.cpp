@@ -1,8 +1,8 @@
 #include "cli/KmlCommand.h"
 
+#include "cli/CliSupport.h"
 #include "telemetry/KmlWriter.h"
-#include "telemetry/MemorySensorTable.h"
-#include "telemetry/TelemetryData.h"
+#include "telemetry/TelemetryDataPackage.h"
 
 #include <map>
 
@@ -12,16 +12,11 @@ const char kKmlUsage[] = "usage: vexo-log kml FILE --lat D:P --lon D:P [--alt D:
                          "  D:P   a variable: device id (decimal) and parameter number\n"
                          "        (vexo-log info FILE lists them)\n";
 
-int fail(std::FILE *err, const QString &message)
-{
-    std::fprintf(err, "vexo-log: %s\n", message.toUtf8().constData());
-    return 1;
-}
+using CliSupport::fail;
 
 int usage(std::FILE *err, const QString &message)
 {
-    std::fprintf(err, "vexo-log: kml: %s\n\n%s", message.toUtf8().constData(), kKmlUsage);
-    return 2;
+    return CliSupport::usage(err, "kml", message, kKmlUsage);
 }
 
 bool parsePair(const QString &text, TelemetrySimplePair *pair)
@@ -72,10 +67,8 @@ int KmlCommand::run(const QStringList &args, std::FILE *, std::FILE *err)
     const QString &in = positional.at(0);
     const QString &out = positional.at(1);
     TelemetryDataPackage package;
-    MemorySensorTable sensors;
-    QString error;
-    if (!TelemetryData::readFile(in, &package, &sensors, &error))
-        return fail(err, error);
+    if (!CliSupport::readLog(err, in, &package, CliSupport::Damage::Ignore))
+        return 1;
 
     const TelemetryVar *vars[3] = {};
     const char *const names[3] = {"--lat", "--lon", "--alt"};
@@ -115,6 +108,7 @@ int KmlCommand::run(const QStringList &args, std::FILE *, std::FILE *err)
                              .arg(vars[1]->deviceId())
                              .arg(vars[1]->param()));
     }
+    QString error;
     if (!KmlWriter::save(out, KmlWriter::document(points), &error))
         return fail(err, error);
     return 0;

@@ -1,9 +1,9 @@
 #include "cli/TableCommands.h"
 
+#include "cli/CliSupport.h"
 #include "telemetry/CsvTableWriter.h"
-#include "telemetry/MemorySensorTable.h"
 #include "telemetry/TableSampler.h"
-#include "telemetry/TelemetryData.h"
+#include "telemetry/TelemetryDataPackage.h"
 #include "telemetry/TelemetryUnits.h"
 #include "telemetry/XlsxTableWriter.h"
 
@@ -33,16 +33,11 @@ struct Column
     QString text;
 };
 
-int fail(std::FILE *err, const QString &message)
-{
-    std::fprintf(err, "vexo-log: %s\n", message.toUtf8().constData());
-    return 1;
-}
+using CliSupport::fail;
 
 int usage(std::FILE *err, const char *command, const QString &message)
 {
-    std::fprintf(err, "vexo-log: %s: %s\n\n%s", command, message.toUtf8().constData(), kTableUsage);
-    return 2;
+    return CliSupport::usage(err, command, message, kTableUsage);
 }
 
 bool parseColumn(const QString &text, Column *column)
@@ -111,10 +106,8 @@ int run(Format format, const QStringList &args, std::FILE *err)
     const QString &in = positional.at(0);
     const QString &outPath = positional.at(1);
     TelemetryDataPackage package;
-    MemorySensorTable sensors;
-    QString error;
-    if (!TelemetryData::readFile(in, &package, &sensors, &error))
-        return fail(err, error);
+    if (!CliSupport::readLog(err, in, &package, CliSupport::Damage::Ignore))
+        return 1;
 
     // A copy per column, so the same variable may appear in two units; copies share the samples.
     std::deque<TelemetryVar> vars;

@@ -1,5 +1,7 @@
 #include "telemetry/CSVLogLoader.h"
 
+#include "telemetry/InputFile.h"
+
 #include <QFile>
 #include <QFileInfo>
 
@@ -257,14 +259,10 @@ bool CSVLogLoader::readFile(const QString &path, TelemetryDataPackage *package, 
             *error = reason;
         return false;
     };
-    const QFileInfo info(path);
-    if (!info.exists())
-        return fail(tr("%1: no such file").arg(path));
-    if (info.isDir())
-        return fail(tr("%1: is a folder, not a log file").arg(path));
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return fail(tr("%1: cannot open: %2").arg(path, file.errorString()));
+    if (!InputFile::open(&file, error))
+        return false;
+    const QFileInfo info(path);
     package->setName(info.baseName());
     package->setRecordingDate(info.lastModified());
     CSVLogLoader loader(sensors);

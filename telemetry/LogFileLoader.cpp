@@ -1,5 +1,6 @@
 #include "telemetry/LogFileLoader.h"
 
+#include "telemetry/ChunkedLineReader.h"
 #include "telemetry/SensorTable.h"
 #include "telemetry/TelemetryUnits.h"
 
@@ -7,12 +8,8 @@
 #include <QTextCodec>
 
 #include <algorithm>
-#include <cstring>
 
 namespace {
-constexpr qint64 kChunkSize = 1 << 20;
-// A line longer than this is not a log line; it is skipped rather than buffered.
-constexpr qint64 kMaxLineLength = 16 << 20;
 // Sample storage is sized from the density seen so far once this much has been read.
 constexpr qint64 kEstimateAfterBytes = 1 << 20;
 
@@ -37,12 +34,6 @@ bool deviceIdReads(const QString &field)
         field.toUInt(&low);
     }
     return low && high;
-}
-
-// White space only (a CR left of a CRLF, indentation): no line at all rather than a damaged one.
-bool isBlank(const char *begin, const char *end)
-{
-    return std::all_of(begin, end, [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); });
 }
 
 void applyUnitConversion(TelemetryVar *var, const QString &unitConversion)
@@ -105,7 +96,6 @@ void LogFileLoader::beginPackage(TelemetryDataPackage *package, qint64 total)
     m_package = package;
     m_total = total;
     m_consumed = 0;
-    m_lineNumber = 0;
     m_lastError.clear();
     m_slots.clear();
     m_slotOfDevice.clear();
@@ -417,28 +407,26 @@ bool LogFileLoader::parseValueLineFast(const char *begin, const char *end, Telem
     return true;
 }
 
-void LogFileLoader::processLine(const char *begin, const char *end, TelemetryDataPackage *package)
+int LogFileLoader::processLine(const char *begin, const char *end, qint64 lineNumber,
+                               TelemetryDataPackage *package)
 {
-    ++m_lineNumber;
     if (begin < end && *begin == '#') {
         // Header: the first two characters ("# ") are dropped whatever they are.
         const QString text = QString::fromUtf8(begin, int(end - begin)).mid(2).trimmed();
-        if (m_lineNumber == 1)
+        if (lineNumber == 1)
             package->setName(text);
         else
             package->setDescription(package->description() + text);
-        return;
+        return ChunkedLineReader::Ignored;
     }
     bool whole = false;
     if (!parseValueLineFast(begin, end, package, &whole)) {
-        if (isBlank(begin, end))
-            return;
+        // White space only (a CR left of a CRLF, indentation): no line at all rather than a damaged one.
+        if (ChunkedLineReader::isBlank(begin, end))
+            return ChunkedLineReader::Ignored;
         whole = parseLine(m_codec->toUnicode(begin, int(end - begin)).split(QLatin1Char(';')), package);
     }
-    if (Q_LIKELY(whole))
-        ++m_report.readLines;
-    else
-        m_report.skip(m_lineNumber);
+    return Q_LIKELY(whole) ? ChunkedLineReader::Read : ChunkedLineReader::Damaged;
 }
 
 bool LogFileLoader::load(QIODevice *device, TelemetryDataPackage *package)
@@ -447,84 +435,18 @@ bool LogFileLoader::load(QIODevice *device, TelemetryDataPackage *package)
         setError(tr("The input is not open"));
         return false;
     }
-    const qint64 total = device->isSequential() ? -1 : device->size() - device->pos();
-    beginPackage(package, total);
-    m_report = LogReadReport();
-
-    // Small inputs (database blobs, tests) need no full-size chunk.
-    const qint64 bufferSize =
-        total >= 0 ? std::min(kChunkSize, std::max<qint64>(total + 1, 4096)) : kChunkSize;
-    QByteArray buffer(int(bufferSize), Qt::Uninitialized);
-    qint64 carry = 0;      // bytes of an unfinished line kept at the buffer's start
-    qint64 readTotal = 0;  // bytes read from the device
-    bool skipping = false; // inside an overlong line, dropping bytes up to its end
-    bool ok = true;
-    for (;;) {
-        const qint64 n = device->read(buffer.data() + carry, buffer.size() - carry);
-        if (n < 0) {
-            setError(tr("Read error: %1").arg(device->errorString()));
-            ok = false;
-            break;
-        }
-        if (n == 0 && device->isSequential() && !device->atEnd() && device->waitForReadyRead(30000))
-            continue;
-        const bool atEnd = n == 0;
-        const qint64 bufferStart = readTotal - carry;
-        readTotal += n;
-        const char *p = buffer.constData();
-        const char *end = p + carry + n;
-        if (skipping) {
-            const char *nl = static_cast<const char *>(std::memchr(p, '\n', size_t(end - p)));
-            if (!nl) {
-                carry = 0;
-                if (atEnd)
-                    break;
-                continue;
-            }
-            skipping = false;
-            p = nl + 1;
-        }
-        while (p < end) {
-            const char *nl = static_cast<const char *>(std::memchr(p, '\n', size_t(end - p)));
-            if (!nl)
-                break;
-            m_consumed = bufferStart + (p - buffer.constData());
-            processLine(p, nl, package);
-            p = nl + 1;
-        }
-        if (atEnd) {
-            if (p < end) {
-                // A line without its line feed: the writer ends every line, so the file was cut here.
-                // That is reported once as the truncation, not again as a damaged line.
-                const LogReadReport before = m_report;
-                processLine(p, end, package);
-                if (!isBlank(p, end)) {
-                    m_report.skippedLines = before.skippedLines;
-                    m_report.firstSkippedLine = before.firstSkippedLine;
-                    m_report.truncated = true;
-                }
-            }
-            break;
-        }
-        carry = end - p;
-        if (carry > 0 && p != buffer.constData())
-            std::memmove(buffer.data(), p, size_t(carry));
-        if (carry == buffer.size()) {
-            if (buffer.size() >= kMaxLineLength) {
-                ++m_lineNumber;
-                m_report.skip(m_lineNumber);
-                skipping = true;
-                carry = 0;
-            } else {
-                buffer.resize(buffer.size() * 2);
-            }
-        }
-        if (!reportProgress(readTotal, total)) {
-            ok = false;
-            break;
-        }
-    }
-    m_report.lines = m_lineNumber;
+    beginPackage(package, ChunkedLineReader::bytesLeft(device));
+    // The writer ends every line: a last line without its line feed was cut, however well it reads.
+    ChunkedLineReader reader(ChunkedLineReader::LongLines::Skip, ChunkedLineReader::LastLine::CutShort);
+    reader.setProgressHandler([this](qint64 done, qint64 total) { return reportProgress(done, total); });
+    const bool ok = reader.read(device, [this, package](const ChunkedLineReader::Line &line) {
+        if (line.terminated)
+            m_consumed = line.offset;
+        return processLine(line.begin, line.end, line.number, package);
+    });
+    if (!ok && !reader.errorString().isEmpty())
+        setError(reader.errorString());
+    m_report = reader.report();
     finishPackage(package);
     return ok;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "telemetry/LogReadReport.h"
 #include "telemetry/TelemetryDataPackage.h"
 
 #include <QCoreApplication>
@@ -12,23 +13,6 @@
 class QIODevice;
 class QTextCodec;
 class SensorTable;
-
-// What a reader could not read: so that a damaged or cut-off file does not pass for a whole one.
-struct LogReadReport
-{
-    qint64 lines = 0;            // lines (XML: storages, descriptions and entities) looked at
-    qint64 readLines = 0;        // of them, data read in full (headers and blank lines are neither)
-    qint64 skippedLines = 0;     // damaged: skipped, or read only in part
-    qint64 firstSkippedLine = 0; // line number of the first damaged one, from 1; 0 when none
-    bool truncated = false;      // the input ends in the middle of a line (not counted as skipped)
-
-    bool isClean() const { return skippedLines == 0 && !truncated; }
-    void skip(qint64 line)
-    {
-        if (skippedLines++ == 0 || line < firstSkippedLine)
-            firstSkippedLine = line;
-    }
-};
 
 // The native log reader, and the base of every log reader: it owns the line parser that the XML
 // reader shares, the sensor-table consultation, progress and cancellation.
@@ -101,7 +85,8 @@ private:
     static constexpr quint32 kDirectParams = 256;
     static constexpr int kMaxFastFields = 2 + 4 * 256;
 
-    void processLine(const char *begin, const char *end, TelemetryDataPackage *package);
+    // The ChunkedLineReader outcome of one line of a native log.
+    int processLine(const char *begin, const char *end, qint64 lineNumber, TelemetryDataPackage *package);
     // False when the line is not for the fast way; otherwise *whole says whether it was undamaged.
     bool parseValueLineFast(const char *begin, const char *end, TelemetryDataPackage *package, bool *whole);
     bool parseMessage(const QStringList &fields, int textIndex, qint32 ts, quint32 id,
@@ -121,7 +106,6 @@ private:
     QHash<quint32, int> m_slotOfDevice;
     quint32 m_lastDeviceId = 0;
     int m_lastSlot = -1;
-    qint64 m_lineNumber = 0;
     qint64 m_consumed = 0;
     qint64 m_total = -1;
 };

@@ -1,5 +1,6 @@
 #include "telemetry/NMEALogLoader.h"
 
+#include "telemetry/ChunkedLineReader.h"
 #include "telemetry/NmeaInfoSourceLoader.h"
 
 #include <QGeoPositionInfo>
@@ -11,7 +12,6 @@
 #include <limits>
 
 namespace {
-constexpr qint64 kChunkSize = 1 << 20;
 constexpr qint64 kDayMs = 24 * 3600 * 1000;
 // A time of day that drops by more than this without a date is taken for midnight passing.
 constexpr qint64 kHalfDayMs = kDayMs / 2;
@@ -163,6 +163,14 @@ double attribute(const QGeoPositionInfo &info, QGeoPositionInfo::Attribute a)
     return std::isfinite(v) ? v : qQNaN();
 }
 
+// A sentence that does not give an attribute leaves what an earlier one of the epoch gave.
+void takeAttribute(double *target, const QGeoPositionInfo &info, QGeoPositionInfo::Attribute a)
+{
+    const double v = attribute(info, a);
+    if (!std::isnan(v))
+        *target = v;
+}
+
 enum class Sentence
 {
     Other,
@@ -249,12 +257,8 @@ void NMEALogLoader::takeAttributes(const QGeoPositionInfo &info, bool rmc)
                 m_epoch.direction = direction;
         }
     }
-    const double magVar = attribute(info, QGeoPositionInfo::MagneticVariation);
-    if (!std::isnan(magVar))
-        m_epoch.magVar = magVar;
-    const double vSpeed = attribute(info, QGeoPositionInfo::VerticalSpeed);
-    if (!std::isnan(vSpeed))
-        m_epoch.vSpeed = vSpeed;
+    takeAttribute(&m_epoch.magVar, info, QGeoPositionInfo::MagneticVariation);
+    takeAttribute(&m_epoch.vSpeed, info, QGeoPositionInfo::VerticalSpeed);
 }
 
 bool NMEALogLoader::handleSentence(const char *data, int size)
@@ -317,9 +321,7 @@ void NMEALogLoader::applySentence(const char *data, int size)
         int satellites = 0;
         if (parseInt(at(7), &satellites))
             m_epoch.satellites = satellites;
-        const double hAcc = attribute(info, QGeoPositionInfo::HorizontalAccuracy);
-        if (!std::isnan(hAcc))
-            m_epoch.hAcc = hAcc;
+        takeAttribute(&m_epoch.hAcc, info, QGeoPositionInfo::HorizontalAccuracy);
         break;
     }
     case Sentence::RMC: {
@@ -365,12 +367,8 @@ void NMEALogLoader::applySentence(const char *data, int size)
             m_epoch.bestGsaMode = std::max(m_epoch.bestGsaMode, mode);
         for (int i = 3; i <= 14; ++i)
             m_epoch.gsaSatellites += at(i).isEmpty() ? 0 : 1;
-        const double hAcc = attribute(info, QGeoPositionInfo::HorizontalAccuracy);
-        if (!std::isnan(hAcc))
-            m_epoch.hAcc = hAcc;
-        const double vAcc = attribute(info, QGeoPositionInfo::VerticalAccuracy);
-        if (!std::isnan(vAcc))
-            m_epoch.vAcc = vAcc;
+        takeAttribute(&m_epoch.hAcc, info, QGeoPositionInfo::HorizontalAccuracy);
+        takeAttribute(&m_epoch.vAcc, info, QGeoPositionInfo::VerticalAccuracy);
         break;
     }
     case Sentence::ZDA: {
@@ -526,7 +524,6 @@ bool NMEALogLoader::load(QIODevice *device, TelemetryDataPackage *package)
     }
     for (QVector<TelemetryValue> &v : m_values)
         v.clear();
-    report() = LogReadReport();
     m_epoch = Epoch();
     m_today = QDate::currentDate();
     m_haveFix = false;
@@ -537,23 +534,24 @@ bool NMEALogLoader::load(QIODevice *device, TelemetryDataPackage *package)
     m_sentences = 0;
     m_noFixEpochs = 0;
     m_backwardEpochs = 0;
-    const qint64 total = device->isSequential() ? -1 : device->size() - device->pos();
-    beginPackage(package, total);
+    beginPackage(package, ChunkedLineReader::bytesLeft(device));
 
     // Each "$" starts a sentence, wherever it stands: receivers glue sentences together, and binary
     // frames or terminal escapes end up in front of them. A line is damaged when a sentence in it fails
     // its checksum, or when it holds no sentence at all; blank lines, comments ("#") and encapsulated
-    // sentences ("!", AIS and the like) are neither read nor damaged.
-    LogReadReport &r = report();
-    const auto processLine = [this, &r](const char *p, const char *end, bool unterminated) {
-        ++r.lines;
+    // sentences ("!", AIS and the like) are neither read nor damaged. A buffer without a line end is not
+    // NMEA; its sentences (if any) are taken as they stand. The last line, cut off, cannot check out: it
+    // is the truncation.
+    const auto processLine = [this](const ChunkedLineReader::Line &line) {
+        const char *p = line.begin;
+        const char *end = line.end;
         bool accepted = false;
         bool rejected = false;
         const char *start = static_cast<const char *>(std::memchr(p, '$', size_t(end - p)));
         const char *text = std::find_if(p, end, [](char c) { return c != ' ' && (c < '\t' || c > '\r'); });
         const bool aside = text == end || *text == '#' || *text == '!';
         if (!start && aside)
-            return;
+            return int(ChunkedLineReader::Ignored);
         while (start) {
             const char *next =
                 static_cast<const char *>(std::memchr(start + 1, '$', size_t(end - start - 1)));
@@ -570,58 +568,15 @@ bool NMEALogLoader::load(QIODevice *device, TelemetryDataPackage *package)
                 rejected = true;
             start = next;
         }
-        if (accepted)
-            ++r.readLines;
-        if ((accepted && !rejected) || aside)
-            return;
-        if (unterminated)
-            r.truncated = true; // the last line, cut off: its last sentence cannot check out
-        else
-            r.skip(r.lines);
+        const bool damaged = !(accepted && !rejected) && !aside;
+        return (accepted ? ChunkedLineReader::Read : 0) | (damaged ? ChunkedLineReader::Damaged : 0);
     };
-
-    QByteArray buffer(int(total >= 0 ? std::min(kChunkSize, std::max<qint64>(total + 1, 4096)) : kChunkSize),
-                      Qt::Uninitialized);
-    qint64 carry = 0;
-    qint64 readTotal = 0;
-    bool ok = true;
-    for (;;) {
-        const qint64 n = device->read(buffer.data() + carry, buffer.size() - carry);
-        if (n < 0) {
-            setError(tr("Read error: %1").arg(device->errorString()));
-            ok = false;
-            break;
-        }
-        if (n == 0 && device->isSequential() && !device->atEnd() && device->waitForReadyRead(30000))
-            continue;
-        readTotal += n;
-        const char *p = buffer.constData();
-        const char *end = p + carry + n;
-        while (p < end) {
-            const char *nl = static_cast<const char *>(std::memchr(p, '\n', size_t(end - p)));
-            if (!nl)
-                break;
-            processLine(p, nl, false);
-            p = nl + 1;
-        }
-        if (n == 0) {
-            if (p < end)
-                processLine(p, end, true);
-            break;
-        }
-        carry = end - p;
-        // A buffer without a line end is not NMEA; its sentences (if any) are taken as they stand.
-        if (carry == buffer.size()) {
-            processLine(p, end, false);
-            carry = 0;
-        } else if (carry > 0 && p != buffer.constData()) {
-            std::memmove(buffer.data(), p, size_t(carry));
-        }
-        if (!reportProgress(readTotal, total)) {
-            ok = false;
-            break;
-        }
-    }
+    ChunkedLineReader reader(ChunkedLineReader::LongLines::Split, ChunkedLineReader::LastLine::CutIfDamaged);
+    reader.setProgressHandler([this](qint64 done, qint64 total) { return reportProgress(done, total); });
+    bool ok = reader.read(device, processLine);
+    if (!ok && !reader.errorString().isEmpty())
+        setError(reader.errorString());
+    report() = reader.report();
     if (ok) {
         finishEpoch();
         if (m_sentences == 0) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QVector>
 
 // One row of the sensor display settings, per (device id, param).
 struct SensorRow
@@ -28,4 +29,12 @@ public:
     virtual bool insertDefaultSensor(const SensorRow &row) = 0;
     // Stores the user's settings (unit conversion, default range and colour) of an existing row.
     virtual bool updateSensorSettings(const SensorRow &row) = 0;
+    // Many rows at once, as a reader met them; a store may make it one write. The count stored.
+    virtual int insertDefaultSensors(const QVector<SensorRow> &rows)
+    {
+        int stored = 0;
+        for (const SensorRow &row : rows)
+            stored += insertDefaultSensor(row) ? 1 : 0;
+        return stored;
+    }
 };

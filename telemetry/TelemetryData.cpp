@@ -1,5 +1,6 @@
 #include "telemetry/TelemetryData.h"
 
+#include "telemetry/InputFile.h"
 #include "telemetry/NMEALogLoader.h"
 #include "telemetry/SensorTable.h"
 #include "telemetry/TelemetryMetaTypes.h"
@@ -11,6 +12,7 @@
 #include <QHash>
 
 #include <algorithm>
+#include <limits>
 
 namespace {
 using LoaderFactory = std::unique_ptr<LogFileLoader> (*)(SensorTable *);
@@ -30,6 +32,41 @@ const QHash<QString, LoaderFactory> &loaderTable()
         {QStringLiteral("txt"), &makeLoader<NMEALogLoader>},
     };
     return table;
+}
+
+// Cutting keeps the remaining samples at their times, so the cursor and other windows stay aligned. Only
+// the sample lists that lose samples are rebuilt, from their kept part: the others stay shared with the
+// copy kept for undo. Drops what lies before the time (front) or after it; cursors go back to the start
+// after a cut at the front and stay on a sample after one at the end. True when anything went.
+bool cutPackage(TelemetryDataPackage *package, qint64 timestamp, bool front)
+{
+    const qint64 from = front ? timestamp : std::numeric_limits<qint64>::min();
+    const qint64 to = front ? std::numeric_limits<qint64>::max() : timestamp;
+    bool cut = false;
+    for (TelemetrySensor &s : package->devices()) {
+        for (TelemetryVar &v : s.vars()) {
+            const QVector<TelemetryValue> &values = qAsConst(v).values();
+            const auto first =
+                std::lower_bound(values.cbegin(), values.cend(), from,
+                                 [](const TelemetryValue &x, qint64 t) { return x.timestamp < t; });
+            const auto last = std::upper_bound(
+                first, values.cend(), to, [](qint64 t, const TelemetryValue &x) { return t < x.timestamp; });
+            if (first != values.cbegin() || last != values.cend()) {
+                v.values() = values.mid(int(first - values.cbegin()), int(last - first));
+                cut = true;
+            }
+            v.setCursor(front ? 0 : std::min(v.cursor(), std::max(0, v.values().size() - 1)));
+        }
+    }
+    const auto gone = [from, to](const TelemetryMessage &m) {
+        return m.timestamp < from || m.timestamp > to;
+    };
+    if (std::any_of(package->messages().cbegin(), package->messages().cend(), gone)) {
+        QList<TelemetryMessage> &messages = package->messages();
+        messages.erase(std::remove_if(messages.begin(), messages.end(), gone), messages.end());
+        cut = true;
+    }
+    return cut;
 }
 } // namespace
 
@@ -64,21 +101,13 @@ bool TelemetryData::readFile(const QString &path, TelemetryDataPackage *package,
             *error = reason;
         return false;
     };
-    const QFileInfo info(path);
-    if (!info.exists())
-        return fail(tr("%1: no such file").arg(path));
-    if (info.isDir())
-        return fail(tr("%1: is a folder, not a log file").arg(path));
-    std::unique_ptr<LogFileLoader> loader = loaderFor(path, sensors);
-    if (!loader) {
-        return fail(tr("%1: unknown log format \"%2\" (readable: %3)")
-                        .arg(path, info.suffix(), supportedExtensions().join(QStringLiteral(", "))));
-    }
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
-        return fail(tr("%1: cannot open: %2").arg(path, file.errorString()));
+    if (!InputFile::open(&file, error, QIODevice::Unbuffered, supportedExtensions()))
+        return false;
+    std::unique_ptr<LogFileLoader> loader = loaderFor(path, sensors);
     if (!file.isSequential() && file.size() == 0)
         return fail(tr("%1: the file is empty").arg(path));
+    const QFileInfo info(path);
     package->setName(info.baseName());
     package->setRecordingDate(info.lastModified());
     loader->setProgressHandler(std::move(progress));
@@ -106,7 +135,7 @@ int TelemetryData::loadFile(const QString &path, QString *warning)
     if (warning)
         warning->clear();
     if (!loaderFor(path, nullptr)) {
-        m_lastError = tr("%1: unknown log format \"%2\"").arg(path, QFileInfo(path).suffix());
+        m_lastError = InputFile::unknownFormat(path);
         return 0;
     }
     emit loadingStarted();
@@ -250,33 +279,10 @@ void TelemetryData::setUnit(TelemetrySimplePair sensor, const QString &unit)
     emit sensorsChanged(&m_package.devices());
 }
 
-// Cutting keeps the remaining samples at their times, so the cursor and other windows stay aligned. Only
-// the sample lists that lose samples are rebuilt, from their kept part: the others stay shared with the
-// copy kept for undo.
 void TelemetryData::removeDataBeforeTimestamp(qint64 timestamp)
 {
     const TelemetryDataPackage before = m_package;
-    bool cut = false;
-    for (TelemetrySensor &s : m_package.devices()) {
-        for (TelemetryVar &v : s.vars()) {
-            const QVector<TelemetryValue> &values = qAsConst(v).values();
-            const auto it =
-                std::lower_bound(values.cbegin(), values.cend(), timestamp,
-                                 [](const TelemetryValue &x, qint64 t) { return x.timestamp < t; });
-            if (it != values.cbegin()) {
-                v.values() = values.mid(int(it - values.cbegin()));
-                cut = true;
-            }
-            v.setCursor(0);
-        }
-    }
-    const auto early = [timestamp](const TelemetryMessage &m) { return m.timestamp < timestamp; };
-    if (std::any_of(m_package.messages().cbegin(), m_package.messages().cend(), early)) {
-        QList<TelemetryMessage> &messages = m_package.messages();
-        messages.erase(std::remove_if(messages.begin(), messages.end(), early), messages.end());
-        cut = true;
-    }
-    if (cut)
+    if (cutPackage(&m_package, timestamp, true))
         keepForUndo(before);
     m_live.reset();
     updateTimestamps();
@@ -286,27 +292,7 @@ void TelemetryData::removeDataBeforeTimestamp(qint64 timestamp)
 void TelemetryData::removeDataAfterTimestamp(qint64 timestamp)
 {
     const TelemetryDataPackage before = m_package;
-    bool cut = false;
-    for (TelemetrySensor &s : m_package.devices()) {
-        for (TelemetryVar &v : s.vars()) {
-            const QVector<TelemetryValue> &values = qAsConst(v).values();
-            const auto it =
-                std::upper_bound(values.cbegin(), values.cend(), timestamp,
-                                 [](qint64 t, const TelemetryValue &x) { return t < x.timestamp; });
-            if (it != values.cend()) {
-                v.values() = values.mid(0, int(it - values.cbegin()));
-                cut = true;
-            }
-            v.setCursor(std::min(v.cursor(), std::max(0, v.values().size() - 1)));
-        }
-    }
-    const auto late = [timestamp](const TelemetryMessage &m) { return m.timestamp > timestamp; };
-    if (std::any_of(m_package.messages().cbegin(), m_package.messages().cend(), late)) {
-        QList<TelemetryMessage> &messages = m_package.messages();
-        messages.erase(std::remove_if(messages.begin(), messages.end(), late), messages.end());
-        cut = true;
-    }
-    if (cut)
+    if (cutPackage(&m_package, timestamp, false))
         keepForUndo(before);
     m_live.reset();
     emit sensorsChanged(&m_package.devices());

@@ -1,0 +1,36 @@
+#include "cli/CliSupport.h"
+
+#include "telemetry/CSVLogLoader.h"
+#include "telemetry/MemorySensorTable.h"
+#include "telemetry/TelemetryData.h"
+
+int CliSupport::fail(std::FILE *err, const QString &message)
+{
+    std::fprintf(err, "vexo-log: %s\n", message.toUtf8().constData());
+    return 1;
+}
+
+int CliSupport::usage(std::FILE *err, const char *command, const QString &message, const char *usageText)
+{
+    const QString line = command ? QStringLiteral("%1: %2").arg(QLatin1String(command), message) : message;
+    std::fprintf(err, "vexo-log: %s\n\n%s", line.toUtf8().constData(), usageText);
+    return 2;
+}
+
+bool CliSupport::readLog(std::FILE *err, const QString &path, TelemetryDataPackage *package, Damage damage,
+                         bool csv)
+{
+    MemorySensorTable sensors;
+    QString error;
+    QString warning;
+    QString *said = damage == Damage::Say ? &warning : nullptr;
+    const bool ok = csv ? CSVLogLoader::readFile(path, package, &sensors, &error, said)
+                        : TelemetryData::readFile(path, package, &sensors, &error, {}, said);
+    if (!ok) {
+        fail(err, error);
+        return false;
+    }
+    if (!warning.isEmpty())
+        fail(err, warning);
+    return true;
+}

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <QString>
+
+#include <cstdio>
+
+class TelemetryDataPackage;
+
+// What every vexo-log subcommand does alike: its error lines and how it reads a log.
+namespace CliSupport {
+// "vexo-log: <message>" on err. Returns 1, the exit code of a failure.
+int fail(std::FILE *err, const QString &message);
+// "vexo-log: [<command>: ]<message>", then a blank line and the usage text. Returns 2, the exit code of
+// bad usage.
+int usage(std::FILE *err, const char *command, const QString &message, const char *usageText);
+
+// Whether a log read only in part says what was lost: the commands that report on a log do, the exports
+// say only whether they worked.
+enum class Damage
+{
+    Say,
+    Ignore,
+};
+// Reads a log through the same readers and dispatch as the studio (csv: as the data table's CSV export),
+// with a sensor table of its own. False, the reason said on err, when nothing can be read.
+bool readLog(std::FILE *err, const QString &path, TelemetryDataPackage *package, Damage damage,
+             bool csv = false);
+} // namespace CliSupport
