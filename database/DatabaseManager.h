@@ -1,6 +1,12 @@
 #pragma once
 
+#include "database/BackupTables.h"
+#include "database/DatabaseConnection.h"
+#include "database/LayoutTables.h"
+#include "database/LogTables.h"
 #include "database/ModelData.h"
+#include "database/ModelTables.h"
+#include "database/SensorTables.h"
 #include "telemetry/SensorTable.h"
 
 #include <QDateTime>
@@ -10,41 +16,21 @@
 #include <QVector>
 
 class Logger;
-class QSqlError;
-class QSqlQuery;
 
 // Owns the connection to "data.sqlite", creates and upgrades the schema and offers one method per
 // statement. Every failed statement is reported ("SQLite error: ...") and returns false, -1 or an empty
 // result, with the reason (naming the file) in lastError(). It never deletes or recreates a database on
 // its own: a file it cannot use stays as it is (at the studio's start, DataFolderCheck moves a damaged one
-// aside). Interface thread only.
+// aside). The statements live in one class per group of tables (SensorTables, LayoutTables, ModelTables,
+// LogTables, BackupTables), all on one DatabaseConnection; this class owns the connection, the schema and
+// the transactions, and forwards. Interface thread only.
 class DatabaseManager : public QObject, public SensorTable
 {
     Q_OBJECT
 public:
-    struct LayoutRow
-    {
-        int id = -1;
-        QString name;
-        QString description;
-        QByteArray screenshot;
-        QByteArray data;
-        QDateTime dateCreated;
-    };
-    struct FolderRow
-    {
-        int id = -1;
-        int modelId = -1;
-        QString name;
-    };
-    struct LogRow
-    {
-        int id = -1;
-        int modelId = -1;
-        QString filename;
-        QDateTime dateCreated;
-        QString comment;
-    };
+    using LayoutRow = LayoutTables::Row;
+    using FolderRow = ModelTables::FolderRow;
+    using LogRow = ModelTables::LogRow;
 
     // The seven tables, in the order they are created.
     static QStringList tableNames();
@@ -58,11 +44,11 @@ public:
 
     // Uses this file instead of the data folder's "data.sqlite". Before open().
     void setDatabasePath(const QString &path);
-    QString databasePath() const { return m_path; }
+    QString databasePath() const { return m_connection.path(); }
     Logger *logger() const { return m_logger; }
     // A second manager in one process needs a connection of its own. Before open().
     void setConnectionName(const QString &name);
-    QString connectionName() const { return m_connection; }
+    QString connectionName() const { return m_connection.name(); }
     // Opens without ever writing (the file is left exactly as it is).
     void setReadOnly(bool readOnly) { m_readOnly = readOnly; }
     // How long a statement waits for another program's lock before failing.
@@ -80,9 +66,9 @@ public:
     // Removes the database file (the user's reset); closes the connection first.
     bool deleteDatabaseFile();
 
-    QString lastError() const { return m_lastError; }
+    QString lastError() const { return m_connection.lastError(); }
     // The SQLite result code of the last failure (0 when the last failure was not SQLite's).
-    int lastErrorCode() const { return m_lastErrorCode; }
+    int lastErrorCode() const { return m_connection.lastErrorCode(); }
 
     // Nesting transactions (savepoints): a failed inner part rolls back alone, the outermost commit
     // makes everything durable at once.
@@ -94,6 +80,8 @@ public:
     // Sensors
     bool findSensor(quint32 id, quint32 param, SensorRow *row) override;
     bool insertDefaultSensor(const SensorRow &row) override;
+    // In one transaction: one disk sync instead of one per row.
+    int insertDefaultSensors(const QVector<SensorRow> &rows) override;
     bool updateSensorSettings(const SensorRow &row) override;
     bool deleteAllSensors();
 
@@ -162,24 +150,15 @@ public:
     static QDateTime dateFromText(const QString &text, Qt::TimeSpec zone = Qt::LocalTime);
 
 private:
-    // Prepares, binds positionally and runs one statement; reports and returns false on failure.
-    bool exec(QSqlQuery &query, const QString &statement, const QVariantList &values = {});
-    bool execSimple(const QString &statement, const QVariantList &values = {});
-    int execInsert(const QString &statement, const QVariantList &values);
-    bool selectBlob(const QString &statement, int id, QByteArray *blob);
-    bool uncompressed(const QByteArray &blob, QByteArray *out);
-    QVector<FolderRow> folderRows(const QString &statement, bool *ok);
-    QVector<LogRow> logRows(const QString &statement, bool *ok);
-    bool renameOrMove(const QString &target, const QVariant &value, int id);
-    void report(const QSqlError &error);
-    void fail(const QString &reason, int code = 0);
     bool hasColumn(const QString &table, const QString &column, bool *ok);
 
-    QString m_path;
-    QString m_connection;
+    DatabaseConnection m_connection;
+    SensorTables m_sensors{&m_connection};
+    LayoutTables m_layouts{&m_connection};
+    ModelTables m_models{&m_connection};
+    LogTables m_logs{&m_connection};
+    BackupTables m_backups{&m_connection};
     Logger *m_logger = nullptr;
-    QString m_lastError;
-    int m_lastErrorCode = 0;
     int m_depth = 0;
     int m_busyTimeoutMs = 5000;
     bool m_readOnly = false;
