@@ -1,6 +1,7 @@
 #pragma once
 
 #include "telemetry/TelemetryData.h"
+#include "tests/support/ScriptedPrompter.h"
 #include "widgets/layout/LayoutJsonReader.h"
 #include "widgets/layout/LayoutJsonValue.h"
 #include "widgets/layout/WidgetContainer.h"
@@ -13,26 +14,15 @@
 
 #include <memory>
 
-// What the window tests share: a manager with hub and store, message boxes captured instead of shown,
-// and a few ways to look at the window tree.
+// What the window tests share: a manager with hub and store, message boxes and questions recorded and
+// answered by a script instead of shown, and a few ways to look at the window tree.
 struct LayoutFixture
 {
-    struct Message
-    {
-        QMessageBox::Icon icon;
-        QString title;
-        QString text;
-    };
-
     explicit LayoutFixture(DatabaseManager *database = nullptr)
         : hub(std::make_unique<WindowHub>()), store(std::make_unique<TelemetryData>()),
           manager(std::make_unique<WidgetManager>(hub.get(), store.get(), database))
     {
-        manager->setMessageHandler([this](QWidget *, QMessageBox::Icon icon, const QString &title,
-                                          const QString &text, QMessageBox::StandardButtons) {
-            messages.append({icon, title, text});
-            return answer;
-        });
+        manager->setPrompter(&prompter);
     }
     ~LayoutFixture()
     {
@@ -54,11 +44,10 @@ struct LayoutFixture
     // Runs the deferred deletions of removed containers and windows.
     static void flush() { QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); }
 
+    ScriptedPrompter prompter; // outlives the manager and its windows
     std::unique_ptr<WindowHub> hub;
     std::unique_ptr<TelemetryData> store;
     std::unique_ptr<WidgetManager> manager;
-    QList<Message> messages;
-    QMessageBox::StandardButton answer = QMessageBox::Yes;
     QString lastError;
 };
 

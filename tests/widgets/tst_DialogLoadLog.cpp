@@ -2,6 +2,7 @@
 #include "database/ModelFolderTree.h"
 #include "database/ModelLibrary.h"
 #include "telemetry/LogFileWriter.h"
+#include "tests/support/ScriptedPrompter.h"
 #include "tests/support/TestSamples.h"
 #include "widgets/models/DialogLoadLog.h"
 
@@ -33,12 +34,6 @@ TelemetryDataPackage flight(const QString &name, const QVector<qint32> &times)
     p.devices()[d].vars() << v;
     return p;
 }
-
-struct Message
-{
-    QMessageBox::Icon icon;
-    QString text;
-};
 } // namespace
 
 class tst_DialogLoadLog : public QObject
@@ -61,7 +56,7 @@ private:
     std::unique_ptr<ModelLibrary> m_lib;
     int m_extra = -1;
     int m_yak = -1;
-    QList<Message> m_messages;
+    std::unique_ptr<ScriptedPrompter> m_prompter;
 };
 
 void tst_DialogLoadLog::init()
@@ -73,7 +68,7 @@ void tst_DialogLoadLog::init()
     m_extra = m_lib->createModel("Extra 300");
     m_yak = m_lib->createModel("Yak");
     QVERIFY(m_extra > 0 && m_yak > 0);
-    m_messages.clear();
+    m_prompter = std::make_unique<ScriptedPrompter>();
 }
 
 void tst_DialogLoadLog::cleanup()
@@ -81,6 +76,7 @@ void tst_DialogLoadLog::cleanup()
     m_lib.reset();
     m_db.reset();
     m_dir.reset();
+    m_prompter.reset();
 }
 
 QString tst_DialogLoadLog::writeFile(const QString &name, const QByteArray &bytes, const QDateTime &modified)
@@ -95,11 +91,7 @@ QString tst_DialogLoadLog::writeFile(const QString &name, const QByteArray &byte
 
 void tst_DialogLoadLog::capture(DialogLoadLog *dialog)
 {
-    dialog->setMessageHandler([this](QWidget *, QMessageBox::Icon icon, const QString &, const QString &text,
-                                     QMessageBox::StandardButtons) {
-        m_messages.append({icon, text});
-        return QMessageBox::Ok;
-    });
+    dialog->setPrompter(m_prompter.get());
 }
 
 void tst_DialogLoadLog::storesEachFileAndNamesTheDamagedOne()
@@ -138,9 +130,9 @@ void tst_DialogLoadLog::storesEachFileAndNamesTheDamagedOne()
     QCOMPARE(stored.at(0).at(0).toInt(), m_extra);
     QCOMPARE(dialog.storedCount(), 2);
 
-    QCOMPARE(m_messages.size(), 1);
-    const QString text = m_messages.at(0).text;
-    QCOMPARE(m_messages.at(0).icon, QMessageBox::Warning);
+    QCOMPARE(m_prompter->asked.size(), 1);
+    const QString text = m_prompter->asked.at(0).text;
+    QCOMPARE(m_prompter->asked.at(0).kind, QStringLiteral("warning"));
     QVERIFY2(text.startsWith("Stored 2 logs under model Extra 300."), qPrintable(text));
     QVERIFY(text.contains(QDir::toNativeSeparators(bad) + ": "));
     QVERIFY(!text.contains("a.log") && !text.contains("b.log"));
@@ -181,7 +173,7 @@ void tst_DialogLoadLog::okNeedsAModel()
     QVERIFY(hint->isVisibleTo(&dialog));
     dialog.accept();
     QCOMPARE(dialog.storedCount(), 0);
-    QVERIFY(m_messages.isEmpty());
+    QVERIFY(m_prompter->asked.isEmpty());
 
     auto *models = dialog.findChild<QListView *>("models");
     models->setCurrentIndex(models->model()->index(1, 0));
@@ -200,8 +192,10 @@ void tst_DialogLoadLog::storesTheOpenLog()
     QVERIFY(box->isChecked());
     dialog.accept();
     QCOMPARE(dialog.result(), int(QDialog::Accepted));
-    QCOMPARE(m_messages.size(), 1);
-    QCOMPARE(m_messages.at(0).text, QStringLiteral("Stored 1 log under model Yak."));
+    QCOMPARE(m_prompter->asked.size(), 1);
+    QCOMPARE(m_prompter->asked.at(0).kind, QStringLiteral("information"));
+    QCOMPARE(m_prompter->asked.at(0).title, dialog.windowTitle());
+    QCOMPARE(m_prompter->asked.at(0).text, QStringLiteral("Stored 1 log under model Yak."));
 
     const QVector<DatabaseManager::LogRow> logs = m_db->topLevelLogs();
     QCOMPARE(logs.size(), 1);

@@ -67,20 +67,21 @@ void tst_LayoutDialogs::saveNeedsAName_data()
 void tst_LayoutDialogs::saveNeedsAName()
 {
     QFETCH(QString, name);
-    DialogSaveLayout dialog(m_f->manager.get());
+    DialogSaveLayout dialog(m_f->manager.get(), &m_f->prompter);
     dialog.findChild<QLineEdit *>("name")->setText(name);
     dialog.accept();
     QCOMPARE(dialog.result(), int(QDialog::Rejected));
-    QCOMPARE(m_f->messages.size(), 1);
-    QCOMPARE(m_f->messages.at(0).title, QStringLiteral("Info"));
-    QCOMPARE(m_f->messages.at(0).text, QStringLiteral("Please set the layout name"));
+    QCOMPARE(m_f->prompter.asked.size(), 1);
+    QCOMPARE(m_f->prompter.asked.at(0).kind, QStringLiteral("information"));
+    QCOMPARE(m_f->prompter.asked.at(0).title, QStringLiteral("Info"));
+    QCOMPARE(m_f->prompter.asked.at(0).text, QStringLiteral("Please set the layout name"));
     QVERIFY(m_db->layouts().isEmpty());
 }
 
 void tst_LayoutDialogs::saveStoresTheCurrentLayout()
 {
     QVERIFY(m_db->insertLayout("Older", "kept <as is>", kRssLayout, QByteArray()) >= 0);
-    DialogSaveLayout dialog(m_f->manager.get());
+    DialogSaveLayout dialog(m_f->manager.get(), &m_f->prompter);
     auto *list = dialog.findChild<QListWidget *>("layoutList");
     QCOMPARE(list->count(), 1);
     const QString date = m_db->layouts().at(0).dateCreated.toString("d-M-yyyy");
@@ -91,7 +92,7 @@ void tst_LayoutDialogs::saveStoresTheCurrentLayout()
     dialog.findChild<QPlainTextEdit *>("description")->setPlainText(QStringLiteral("graph and dial"));
     dialog.accept();
     QCOMPARE(dialog.result(), int(QDialog::Accepted));
-    QVERIFY(m_f->messages.isEmpty());
+    QVERIFY(m_f->prompter.asked.isEmpty());
     const QVector<DatabaseManager::LayoutRow> rows = m_db->layouts();
     QCOMPARE(rows.size(), 2);
     QCOMPARE(rows.at(0).name, QStringLiteral("Field day"));
@@ -103,22 +104,23 @@ void tst_LayoutDialogs::saveStoresTheCurrentLayout()
 
 void tst_LayoutDialogs::saveReportsADatabaseFailure()
 {
-    DialogSaveLayout dialog(m_f->manager.get());
+    DialogSaveLayout dialog(m_f->manager.get(), &m_f->prompter);
     dialog.findChild<QLineEdit *>("name")->setText(QStringLiteral("Anything"));
     m_db->close();
     dialog.accept();
     QCOMPARE(dialog.result(), int(QDialog::Rejected));
-    QCOMPARE(m_f->messages.size(), 1);
-    QCOMPARE(m_f->messages.at(0).title, QStringLiteral("Layout error"));
-    QVERIFY(m_f->messages.at(0).text.startsWith("<b>Unable to save layout:</b><ul><li>"));
-    QVERIFY(!m_f->messages.at(0).text.contains("<li></li>"));
+    QCOMPARE(m_f->prompter.asked.size(), 1);
+    QCOMPARE(m_f->prompter.asked.at(0).kind, QStringLiteral("error"));
+    QCOMPARE(m_f->prompter.asked.at(0).title, QStringLiteral("Layout error"));
+    QVERIFY(m_f->prompter.asked.at(0).text.startsWith("<b>Unable to save layout:</b><ul><li>"));
+    QVERIFY(!m_f->prompter.asked.at(0).text.contains("<li></li>"));
 }
 
 void tst_LayoutDialogs::loadShowsAndLoadsTheSelectedLayout()
 {
     QVERIFY(m_db->insertLayout("b dial", "one dial", kDialLayout, QByteArray()) >= 0);
     QVERIFY(m_db->insertLayout("A news", "<news>", kRssLayout, QByteArray()) >= 0);
-    DialogLoadLayout dialog(m_f->manager.get());
+    DialogLoadLayout dialog(m_f->manager.get(), &m_f->prompter);
     QCOMPARE(dialog.windowTitle(), QStringLiteral("Select layout"));
     QCOMPARE(dialog.findChild<QGroupBox *>()->title(), QStringLiteral("Select layout from the list"));
     auto *list = dialog.findChild<QListWidget *>("layoutList");
@@ -139,7 +141,7 @@ void tst_LayoutDialogs::loadShowsAndLoadsTheSelectedLayout()
     LayoutFixture::flush();
     QCOMPARE(dialog.result(), int(QDialog::Accepted));
     QCOMPARE(m_f->manager->saveLayout(), kDialLayout);
-    QVERIFY(m_f->messages.isEmpty());
+    QVERIFY(m_f->prompter.asked.isEmpty());
 }
 
 void tst_LayoutDialogs::loadDeletesOnlyWhenConfirmed_data()
@@ -154,14 +156,18 @@ void tst_LayoutDialogs::loadDeletesOnlyWhenConfirmed()
     QFETCH(bool, confirm);
     QVERIFY(m_db->insertLayout("first", "", kDialLayout, QByteArray()) >= 0);
     QVERIFY(m_db->insertLayout("second", "", kRssLayout, QByteArray()) >= 0);
-    DialogLoadLayout dialog(m_f->manager.get());
+    DialogLoadLayout dialog(m_f->manager.get(), &m_f->prompter);
     auto *list = dialog.findChild<QListWidget *>("layoutList");
     list->setCurrentRow(0);
-    m_f->answer = confirm ? QMessageBox::Yes : QMessageBox::No;
+    m_f->prompter.buttons.enqueue(confirm ? QMessageBox::Yes : QMessageBox::No);
     dialog.deletePressed();
-    QCOMPARE(m_f->messages.size(), 1);
-    QCOMPARE(m_f->messages.at(0).title, QStringLiteral("Confirmation"));
-    QCOMPARE(m_f->messages.at(0).text, QStringLiteral("Really delete layout?"));
+    QCOMPARE(m_f->prompter.asked.size(), 1);
+    QCOMPARE(m_f->prompter.asked.at(0).kind, QStringLiteral("question"));
+    QCOMPARE(m_f->prompter.asked.at(0).title, QStringLiteral("Confirmation"));
+    QCOMPARE(m_f->prompter.asked.at(0).text, QStringLiteral("Really delete layout?"));
+    QCOMPARE(m_f->prompter.asked.at(0).buttons, QMessageBox::Yes | QMessageBox::No);
+    // Enter keeps the layout.
+    QCOMPARE(m_f->prompter.asked.at(0).defaultButton, QMessageBox::No);
     const int left = confirm ? 1 : 2;
     QCOMPARE(list->count(), left);
     QCOMPARE(m_db->layouts().size(), left);
@@ -173,13 +179,13 @@ void tst_LayoutDialogs::damagedStoredLayoutIsRefused()
     QVERIFY(m_db->insertLayout("broken", "", R"({"Main-Container":{"Type":"Maps"},"Container":[]})",
                                QByteArray()) >= 0);
     const QByteArray before = m_f->manager->saveLayout();
-    DialogLoadLayout dialog(m_f->manager.get());
+    DialogLoadLayout dialog(m_f->manager.get(), &m_f->prompter);
     dialog.findChild<QListWidget *>("layoutList")->setCurrentRow(0);
     dialog.accept();
     QCOMPARE(dialog.result(), int(QDialog::Rejected));
-    QCOMPARE(m_f->messages.size(), 1);
-    QCOMPARE(m_f->messages.at(0).title, QStringLiteral("Layout error"));
-    QVERIFY(m_f->messages.at(0).text.startsWith("<b>Unable to load layout:</b><ul><li>"));
+    QCOMPARE(m_f->prompter.asked.size(), 1);
+    QCOMPARE(m_f->prompter.asked.at(0).title, QStringLiteral("Layout error"));
+    QVERIFY(m_f->prompter.asked.at(0).text.startsWith("<b>Unable to load layout:</b><ul><li>"));
     QCOMPARE(m_f->manager->saveLayout(), before);
 }
 

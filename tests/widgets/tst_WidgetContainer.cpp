@@ -51,6 +51,33 @@ public slots:
     }
     void dataUpdated(const QVector<TelemetrySensor> *) { calls << "dataUpdated"; }
 
+public:
+    bool addVariable(const TelemetryVar *variable) override
+    {
+        addData(variable);
+        return true;
+    }
+    // Stand-ins for a graph's and a table's wiring, so the manager's part can be watched: which wiring
+    // runs for which type, and what a replaced window no longer hears.
+    static void wireAsGraph(FakeWindow *w, WindowHub *hub, TelemetryData *store)
+    {
+        connect(hub, &WindowHub::addSensorRequest, w, &FakeWindow::addData);
+        connect(hub, &WindowHub::setLogStatusRequest, w, &FakeWindow::setLogging);
+        connect(hub, &WindowHub::valueAddedRequest, w, &FakeWindow::dataUpdated);
+        connect(hub, &WindowHub::logFileLoadedRequest, w, &FakeWindow::logFileLoaded);
+        connect(hub, &WindowHub::mouseOverTimestampRequest, w, &FakeWindow::externalTimestampMoved);
+        connect(w, &FakeWindow::mouseOverTimestamp, hub, &WindowHub::mouseOverTimestampMoved);
+        connect(w, &FakeWindow::removeTelemetryBeforeTimestamp, hub,
+                &WindowHub::removeTelemetryBeforeTimestamp);
+        w->sensorsUpdated(store->sensors());
+        w->setLogging(store->isLogging());
+    }
+    static void wireAsTable(FakeWindow *w, WindowHub *hub, TelemetryData *)
+    {
+        connect(hub, &WindowHub::addSensorRequest, w, &FakeWindow::addData);
+        connect(hub, &WindowHub::valueAddedRequest, w, &FakeWindow::dataUpdated);
+    }
+
 signals:
     void gotFocus();
     void mouseOverTimestamp(long time, bool flag);
@@ -366,8 +393,8 @@ void tst_WidgetContainer::registeredTypesAreConnectedByType()
         return w;
     };
     // The same class stands for a graph and a data table: the table is not told the logging state.
-    f.manager->registerType(QStringLiteral("graph"), factory);
-    f.manager->registerType(QStringLiteral("DATATABLE"), factory);
+    f.manager->registerWindow(QStringLiteral("graph"), factory, &FakeWindow::wireAsGraph);
+    f.manager->registerWindow(QStringLiteral("DATATABLE"), factory, &FakeWindow::wireAsTable);
     QVERIFY(f.load(layoutJson(
         splitJson("0", {leafJson(kGraph), leafJson(R"({"Type":"DataTable"})"), leafJson(kDial)}))));
     QCOMPARE(made.size(), 2);
@@ -417,10 +444,13 @@ void tst_WidgetContainer::focusAndDoubleClickReachTheActiveWindow()
 {
     LayoutFixture f;
     QList<FakeWindow *> made;
-    f.manager->registerType(QStringLiteral("Graph"), [&made](WidgetManager *) {
-        made << new FakeWindow;
-        return made.last();
-    });
+    f.manager->registerWindow(
+        QStringLiteral("Graph"),
+        [&made](WidgetManager *) {
+            made << new FakeWindow;
+            return made.last();
+        },
+        &FakeWindow::wireAsGraph);
     QVERIFY(f.load(layoutJson(splitJson("0", {leafJson(kGraph), leafJson(kGraph), leafJson(kDial)}))));
     QCOMPARE(made.size(), 2);
     // The last window created is the active one until the user focuses another.

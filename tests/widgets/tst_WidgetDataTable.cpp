@@ -5,12 +5,12 @@
 #include "telemetry/TelemetryData.h"
 #include "telemetry/TelemetryMetaTypes.h"
 #include "tests/support/TestSamples.h"
-#include "widgets/table/DataTableModel.h"
 #include "widgets/layout/LayoutJsonReader.h"
 #include "widgets/layout/LayoutJsonWriter.h"
 #include "widgets/layout/SensorDragData.h"
-#include "widgets/table/WidgetDataTable.h"
 #include "widgets/layout/WindowHub.h"
+#include "widgets/table/DataTableModel.h"
+#include "widgets/table/WidgetDataTable.h"
 
 #include <QAction>
 #include <QBuffer>
@@ -85,12 +85,6 @@ QByteArray readAll(const QString &path)
     QFile f(path);
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
 }
-
-struct Box
-{
-    QString title;
-    QString text;
-};
 } // namespace
 
 class tst_WidgetDataTable : public QObject
@@ -118,9 +112,9 @@ private slots:
     void failedExportShowsTheBox();
 
 private:
+    ScriptedPrompter m_prompter; // outlives the window
     std::unique_ptr<TelemetryData> m_store;
     std::unique_ptr<WidgetDataTable> m_window;
-    QList<Box> m_boxes;
 };
 
 void tst_WidgetDataTable::initTestCase()
@@ -133,10 +127,8 @@ void tst_WidgetDataTable::init()
     m_store = std::make_unique<TelemetryData>();
     m_store->setPackage(fixture());
     m_window = std::make_unique<WidgetDataTable>(m_store.get());
-    m_boxes.clear();
-    m_window->setMessageHandler([this](const QString &title, const QString &text) {
-        m_boxes.append({title, text});
-    });
+    m_prompter.asked.clear();
+    m_window->setPrompter(&m_prompter);
 }
 
 void tst_WidgetDataTable::cleanup()
@@ -220,8 +212,9 @@ void tst_WidgetDataTable::madeAndWiredByTheManager()
 
     // Errors go to the manager's message boxes.
     window->exportCsvTo(QStringLiteral("/no/such/folder/table.csv"));
-    QCOMPARE(f.messages.size(), 1);
-    QCOMPARE(f.messages.at(0).title, QStringLiteral("CSV Export Error"));
+    QCOMPARE(f.prompter.asked.size(), 1);
+    QCOMPARE(f.prompter.asked.at(0).kind, QStringLiteral("error"));
+    QCOMPARE(f.prompter.asked.at(0).title, QStringLiteral("CSV Export Error"));
 }
 
 void tst_WidgetDataTable::cellsFollowTheSwitches_data()
@@ -471,7 +464,7 @@ void tst_WidgetDataTable::csvExportIsTheSampledTable()
     QTemporaryDir dir;
     const QString path = dir.filePath(QStringLiteral("table.csv"));
     QVERIFY(m_window->exportCsvTo(path));
-    QVERIFY(m_boxes.isEmpty());
+    QVERIFY(m_prompter.asked.isEmpty());
 
     TableSampler sampler(70, TableSampler::modeFor(false, true));
     sampler.addColumn(*m_store->package().device(kBattery)->var(1));
@@ -517,7 +510,7 @@ void tst_WidgetDataTable::cancelledExportLeavesNoFile()
                           : QStringLiteral("Exporting to CSV file..."));
     QVERIFY(!QFile::exists(path));
     QVERIFY(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden).isEmpty());
-    QVERIFY(m_boxes.isEmpty());
+    QVERIFY(m_prompter.asked.isEmpty());
 }
 
 void tst_WidgetDataTable::failedExportShowsTheBox_data()
@@ -540,12 +533,13 @@ void tst_WidgetDataTable::failedExportShowsTheBox()
     QTemporaryDir dir;
     const QString path = dir.filePath(QStringLiteral("<missing>/table"));
     QVERIFY(!(excel ? m_window->exportExcelTo(path) : m_window->exportCsvTo(path)));
-    QCOMPARE(m_boxes.size(), 1);
-    QCOMPARE(m_boxes.at(0).title, title);
-    QVERIFY2(m_boxes.at(0).text.startsWith(sentence), qPrintable(m_boxes.at(0).text));
-    QVERIFY(m_boxes.at(0).text.endsWith(QLatin1String("</li></ul>")));
+    QCOMPARE(m_prompter.asked.size(), 1);
+    QCOMPARE(m_prompter.asked.at(0).kind, QStringLiteral("error"));
+    QCOMPARE(m_prompter.asked.at(0).title, title);
+    QVERIFY2(m_prompter.asked.at(0).text.startsWith(sentence), qPrintable(m_prompter.asked.at(0).text));
+    QVERIFY(m_prompter.asked.at(0).text.endsWith(QLatin1String("</li></ul>")));
     // The file name is shown as text, not as markup.
-    QVERIFY(m_boxes.at(0).text.contains(QLatin1String("&lt;missing&gt;")));
+    QVERIFY(m_prompter.asked.at(0).text.contains(QLatin1String("&lt;missing&gt;")));
 }
 
 QTEST_MAIN(tst_WidgetDataTable)

@@ -1,15 +1,15 @@
 #include "telemetry/MemorySensorTable.h"
 #include "telemetry/TelemetryData.h"
 #include "telemetry/TelemetryMetaTypes.h"
+#include "tests/support/ScriptedPrompter.h"
 #include "tests/support/TestSamples.h"
 #include "widgets/graph/GraphRenderer.h"
-#include "widgets/layout/LayoutJsonReader.h"
-#include "widgets/layout/LayoutJsonWriter.h"
-#include "widgets/layout/SensorDragData.h"
 #include "widgets/graph/WidgetGraph.h"
 #include "widgets/graph/WidgetGraphExport.h"
 #include "widgets/graph/WidgetGraphProperties.h"
-#include "widgets/layout/WindowConnections.h"
+#include "widgets/layout/LayoutJsonReader.h"
+#include "widgets/layout/LayoutJsonWriter.h"
+#include "widgets/layout/SensorDragData.h"
 #include "widgets/layout/WindowHub.h"
 #include "widgets/layout/WindowTypes.h"
 
@@ -185,21 +185,12 @@ private slots:
     void exportSettings();
 
 private:
+    std::unique_ptr<ScriptedPrompter> m_prompter; // outlives the graph
     std::unique_ptr<TelemetryData> m_store;
     std::unique_ptr<MemorySensorTable> m_table;
     std::unique_ptr<WidgetGraph> m_graph;
-    QList<QPair<QString, QString>> m_messages; // title, text
-    QMessageBox::StandardButton m_answer = QMessageBox::Yes;
 
     const TelemetryVar *var(quint32 param) const { return m_store->package().device(kDevice)->var(param); }
-    WidgetGraph::MessageHandler recorder()
-    {
-        return [this](QWidget *, QMessageBox::Icon, const QString &title, const QString &text,
-                      QMessageBox::StandardButtons) {
-            m_messages << qMakePair(title, text);
-            return m_answer;
-        };
-    }
 };
 
 void tst_WidgetGraph::initTestCase()
@@ -214,9 +205,8 @@ void tst_WidgetGraph::init()
     m_table = std::make_unique<MemorySensorTable>();
     m_graph = std::make_unique<WidgetGraph>(m_store.get(), m_table.get());
     m_graph->resize(900, 400);
-    m_graph->setMessageHandler(recorder());
-    m_messages.clear();
-    m_answer = QMessageBox::Yes;
+    m_prompter = std::make_unique<ScriptedPrompter>();
+    m_graph->setPrompter(m_prompter.get());
 }
 
 void tst_WidgetGraph::cleanup()
@@ -224,6 +214,7 @@ void tst_WidgetGraph::cleanup()
     m_graph.reset();
     m_table.reset();
     m_store.reset();
+    m_prompter.reset();
 }
 
 void tst_WidgetGraph::loadLayout_data()
@@ -673,6 +664,7 @@ void tst_WidgetGraph::propertiesPreviewAndCancel()
     bool previewed = false;
     onModal<WidgetGraphProperties>([&](WidgetGraphProperties *dialog) {
         QCOMPARE(dialog->windowTitle(), QStringLiteral("Chart properties: Altitude"));
+        QCOMPARE(dialog->prompter(), static_cast<Prompter *>(m_prompter.get())); // the graph's own
         dialog->lineWidthBox()->setValue(4.5);
         dialog->fillBox()->setChecked(true);
         dialog->autoRangeBox()->setChecked(false);
@@ -801,10 +793,10 @@ void tst_WidgetGraph::cutRecording()
 {
     QFETCH(bool, before);
     QFETCH(int, answer);
-    m_answer = QMessageBox::StandardButton(answer);
+    m_prompter->buttons.enqueue(QMessageBox::StandardButton(answer));
     // Wired as the main window wires it: through the hub.
     WindowHub hub;
-    WindowConnections::connect(m_graph.get(), WindowTypes::Graph, &hub, m_store.get());
+    WidgetGraph::wire(m_graph.get(), &hub, m_store.get());
     connect(&hub, &WindowHub::removeTelemetryBeforeTimestamp, m_store.get(),
             [this](long t) { m_store->removeDataBeforeTimestamp(t); });
     connect(&hub, &WindowHub::removeTelemetryAfterTimestamp, m_store.get(),
@@ -821,8 +813,9 @@ void tst_WidgetGraph::cutRecording()
                                              : QStringLiteral("Remove telemetry after"));
     QVERIFY(cut && cut->isEnabled());
     cut->trigger();
-    QCOMPARE(m_messages.size(), 1);
-    QCOMPARE(m_messages.at(0).first, QStringLiteral("Confirmation"));
+    QCOMPARE(m_prompter->asked.size(), 1);
+    QCOMPARE(m_prompter->asked.at(0).kind, QStringLiteral("question"));
+    QCOMPARE(m_prompter->asked.at(0).title, QStringLiteral("Confirmation"));
     const QVector<TelemetryValue> &values = var(1)->values();
     if (answer == QMessageBox::No) {
         QCOMPARE(values.size(), kEnd / 100 + 1);
@@ -885,15 +878,11 @@ void tst_WidgetGraph::cutConfirmationDefaultsToNo()
 {
     connect(m_graph.get(), &WidgetGraph::removeTelemetryAfterTimestamp, m_store.get(),
             [this](long t) { m_store->removeDataAfterTimestamp(t); });
-    m_graph->setMessageHandler({});
-    m_graph->show();
-    QMessageBox::StandardButton shownDefault = QMessageBox::NoButton;
-    onModal<QMessageBox>([&shownDefault](QMessageBox *box) {
-        shownDefault = box->standardButton(box->defaultButton());
-        QTest::keyClick(box, Qt::Key_Return);
-    });
+    m_prompter->buttons.enqueue(QMessageBox::No); // what Enter picks, as checked below
     m_graph->cutAfter(30000);
-    QCOMPARE(shownDefault, QMessageBox::No);
+    QCOMPARE(m_prompter->asked.size(), 1);
+    QCOMPARE(m_prompter->asked.at(0).buttons, QMessageBox::Yes | QMessageBox::No);
+    QCOMPARE(m_prompter->asked.at(0).defaultButton, QMessageBox::No);
     QCOMPARE(var(1)->count(), kEnd / 100 + 1);
 }
 
@@ -1005,31 +994,34 @@ void tst_WidgetGraph::exportImage()
     settings.height = 480;
     WidgetGraphExport dialog(settings, QSize(900, 400),
                              [this](const QSize &size) { return m_graph->renderImage(size); });
-    dialog.setMessageHandler(recorder());
+    dialog.setPrompter(m_prompter.get());
     QVERIFY(dialog.exportImage());
     QCOMPARE(QImage(path).size(), QSize(640, 480));
-    QVERIFY(m_messages.isEmpty());
+    QVERIFY(m_prompter->asked.isEmpty());
 
     // Replacing asks first; "No" leaves the file alone.
     dialog.widthBox()->setValue(320);
-    m_answer = QMessageBox::No;
+    m_prompter->buttons.enqueue(QMessageBox::No);
     QVERIFY(!dialog.exportImage());
-    QCOMPARE(m_messages.size(), 1);
-    QCOMPARE(m_messages.at(0).first, QStringLiteral("File exists"));
-    QCOMPARE(m_messages.at(0).second, QStringLiteral("File exists. Overwrite?"));
+    QCOMPARE(m_prompter->asked.size(), 1);
+    QCOMPARE(m_prompter->asked.at(0).kind, QStringLiteral("question"));
+    QCOMPARE(m_prompter->asked.at(0).title, QStringLiteral("File exists"));
+    QCOMPARE(m_prompter->asked.at(0).text, QStringLiteral("File exists. Overwrite?"));
     QCOMPARE(QImage(path).width(), 640);
-    m_answer = QMessageBox::Yes;
+    m_prompter->buttons.enqueue(QMessageBox::Yes);
     QVERIFY(dialog.exportImage());
     QCOMPARE(QImage(path).size(), QSize(320, 480));
     QCOMPARE(dialog.settings().path, path);
     QCOMPARE(dialog.settings().width, 320);
 
     // A folder is refused with the reason.
-    m_messages.clear();
+    m_prompter->asked.clear();
     dialog.setPath(dir.path());
     QVERIFY(!dialog.exportImage());
-    QCOMPARE(m_messages.size(), 1);
-    QVERIFY(m_messages.at(0).second.startsWith(QStringLiteral("<b>Unable to export image:</b><ul><li>")));
+    QCOMPARE(m_prompter->asked.size(), 1);
+    QCOMPARE(m_prompter->asked.at(0).kind, QStringLiteral("error"));
+    QVERIFY(
+        m_prompter->asked.at(0).text.startsWith(QStringLiteral("<b>Unable to export image:</b><ul><li>")));
     QCOMPARE(QDir(dir.path()).entryList(QDir::Files), QStringList{QStringLiteral("graph.png")});
 }
 

@@ -85,6 +85,9 @@ private slots:
     void modelLayoutFailuresFallBackToTheDefault_data();
     void modelLayoutFailuresFallBackToTheDefault();
     void savingASessionCanFail();
+    void everyWindowAsksThroughTheManagersPrompter();
+    void layoutFileDialogs_data();
+    void layoutFileDialogs();
 };
 
 void tst_WidgetLayout::defaultLayoutBuildsItsLeaves()
@@ -114,7 +117,7 @@ void tst_WidgetLayout::defaultLayoutBuildsItsLeaves()
     QVERIFY(graph && values);
     QCOMPARE(graph->objectText(), QByteArray(R"({"Type":"Graph","ShowMessages":1,"ShowGrid":1})"));
     QCOMPARE(values->objectText(), QByteArray(R"({"Type":"Values","DisplayLatest":1})"));
-    QVERIFY(f.messages.isEmpty());
+    QVERIFY(f.prompter.asked.isEmpty());
 }
 
 void tst_WidgetLayout::layoutRoundTripsByteForByte_data()
@@ -265,10 +268,10 @@ void tst_WidgetLayout::damagedLayoutKeepsTheCurrentOne()
     const QString path = dir.filePath("damaged.jsn");
     QVERIFY(writeFile(path, layout));
     QVERIFY(!f.manager->importLayoutFile(path, nullptr));
-    QCOMPARE(f.messages.size(), 1);
-    QCOMPARE(f.messages.at(0).title, QStringLiteral("Layout error"));
-    QVERIFY(f.messages.at(0).text.startsWith("<b>Unable to import layout file:</b><ul><li>"));
-    QVERIFY(f.messages.at(0).text.endsWith("</li></ul>"));
+    QCOMPARE(f.prompter.asked.size(), 1);
+    QCOMPARE(f.prompter.asked.at(0).title, QStringLiteral("Layout error"));
+    QVERIFY(f.prompter.asked.at(0).text.startsWith("<b>Unable to import layout file:</b><ul><li>"));
+    QVERIFY(f.prompter.asked.at(0).text.endsWith("</li></ul>"));
     QCOMPARE(f.manager->saveLayout(), before);
 }
 
@@ -345,7 +348,7 @@ void tst_WidgetLayout::layoutFileLeavesOutVariableBindings()
     // The file loads back as it was written.
     QVERIFY(f.manager->importLayoutFile(path, nullptr));
     QCOMPARE(f.manager->saveLayout(), file);
-    QVERIFY(f.messages.isEmpty());
+    QVERIFY(f.prompter.asked.isEmpty());
 }
 
 void tst_WidgetLayout::layoutFileErrorsAreReported_data()
@@ -388,10 +391,10 @@ void tst_WidgetLayout::layoutFileErrorsAreReported()
     const bool ok =
         exporting ? f.manager->exportLayoutFile(path, nullptr) : f.manager->importLayoutFile(path, nullptr);
     QVERIFY(!ok);
-    QCOMPARE(f.messages.size(), 1);
-    QCOMPARE(f.messages.at(0).title, title);
-    QCOMPARE(f.messages.at(0).icon, QMessageBox::Critical);
-    QVERIFY2(f.messages.at(0).text.startsWith(prefix), qPrintable(f.messages.at(0).text));
+    QCOMPARE(f.prompter.asked.size(), 1);
+    QCOMPARE(f.prompter.asked.at(0).title, title);
+    QCOMPARE(f.prompter.asked.at(0).kind, QStringLiteral("error"));
+    QVERIFY2(f.prompter.asked.at(0).text.startsWith(prefix), qPrintable(f.prompter.asked.at(0).text));
     QCOMPARE(f.manager->saveLayout(), before);
     if (!content.isEmpty())
         QCOMPARE(readFile(path), content);
@@ -430,7 +433,7 @@ void tst_WidgetLayout::modelLayoutIsLoadedAndSaved()
     QVERIFY(f.manager->activateModel(bareId, nullptr));
     QCOMPARE(f.manager->saveLayout(), DefaultLayout::document());
     QVERIFY(f.manager->saveSessionForModel(-1, nullptr));
-    QVERIFY(f.messages.isEmpty());
+    QVERIFY(f.prompter.asked.isEmpty());
 }
 
 void tst_WidgetLayout::modelLayoutFailuresFallBackToTheDefault_data()
@@ -458,10 +461,11 @@ void tst_WidgetLayout::modelLayoutFailuresFallBackToTheDefault()
     QVERIFY(f.load(layoutJson(leafJson(R"({"Type":"RSS"})"))));
     QVERIFY(!f.manager->activateModel(id, nullptr));
     LayoutFixture::flush();
-    QCOMPARE(f.messages.size(), 1);
-    QCOMPARE(f.messages.at(0).title, QStringLiteral("Layout error"));
-    QVERIFY(f.messages.at(0).text.startsWith("<b>Unable to load layout for model:</b><ul><li>"));
-    QVERIFY(f.messages.at(0).text.endsWith("</li></ul>Loading default layout now..."));
+    QCOMPARE(f.prompter.asked.size(), 1);
+    QCOMPARE(f.prompter.asked.at(0).kind, QStringLiteral("warning"));
+    QCOMPARE(f.prompter.asked.at(0).title, QStringLiteral("Layout error"));
+    QVERIFY(f.prompter.asked.at(0).text.startsWith("<b>Unable to load layout for model:</b><ul><li>"));
+    QVERIFY(f.prompter.asked.at(0).text.endsWith("</li></ul>Loading default layout now..."));
     QCOMPARE(f.manager->saveLayout(), DefaultLayout::document());
 }
 
@@ -477,11 +481,94 @@ void tst_WidgetLayout::savingASessionCanFail()
     QVERIFY(f.load(DefaultLayout::document()));
     db.close();
     QVERIFY(!f.manager->saveSessionForModel(id, nullptr));
-    QCOMPARE(f.messages.size(), 1);
-    QCOMPARE(f.messages.at(0).icon, QMessageBox::Critical);
-    QCOMPARE(f.messages.at(0).title, QStringLiteral("Error"));
-    QVERIFY(f.messages.at(0).text.startsWith("<b>Unable to save session for the current model:</b><ul><li>"));
-    QVERIFY(!f.messages.at(0).text.contains("<li></li>"));
+    QCOMPARE(f.prompter.asked.size(), 1);
+    QCOMPARE(f.prompter.asked.at(0).kind, QStringLiteral("error"));
+    QCOMPARE(f.prompter.asked.at(0).title, QStringLiteral("Error"));
+    QVERIFY(f.prompter.asked.at(0).text.startsWith(
+        "<b>Unable to save session for the current model:</b><ul><li>"));
+    QVERIFY(!f.prompter.asked.at(0).text.contains("<li></li>"));
+}
+
+// Windows and containers, docked or floating, made before or after the prompter was set, all ask through
+// the manager's prompter.
+void tst_WidgetLayout::everyWindowAsksThroughTheManagersPrompter()
+{
+    LayoutFixture f;
+    const QByteArray dial = leafJson(R"({"Type":"Dial","Sensor":3})");
+    QVERIFY(f.load(layoutJson(leafJson(R"({"Type":"Graph"})"), R"([{"Container-Data":)" + dial + "}]")));
+    const auto holders = [&f] {
+        QList<SerializableWidget *> all;
+        for (QWidget *w : f.manager->widgets())
+            all << dynamic_cast<SerializableWidget *>(w);
+        QList<WidgetContainer *> containers = f.root()->findChildren<WidgetContainer *>();
+        containers << f.root();
+        for (QMainWindow *window : f.manager->dataWindows())
+            containers << window->findChildren<WidgetContainer *>();
+        for (WidgetContainer *c : qAsConst(containers))
+            all << c;
+        return all;
+    };
+    QCOMPARE(f.manager->widgets().size(), 2);
+    QCOMPARE(holders().size(), 2 + 1 + 1 + 1); // two windows, the root, one leaf, one floating
+    for (SerializableWidget *w : holders())
+        QCOMPARE(w->prompter(), static_cast<Prompter *>(&f.prompter));
+
+    ScriptedPrompter other;
+    f.manager->setPrompter(&other);
+    leavesOf(f.root()).at(0)->addWindow(Qt::Horizontal, WindowTypes::Dial);
+    QCOMPARE(f.manager->widgets().size(), 3);
+    for (SerializableWidget *w : holders())
+        QCOMPARE(w->prompter(), static_cast<Prompter *>(&other));
+    // Without one of its own the manager shows real dialogs.
+    f.manager->setPrompter(nullptr);
+    QCOMPARE(f.manager->prompter(), Prompter::standard());
+    for (SerializableWidget *w : holders())
+        QCOMPARE(w->prompter(), Prompter::standard());
+    f.manager->setPrompter(&f.prompter);
+}
+
+void tst_WidgetLayout::layoutFileDialogs_data()
+{
+    QTest::addColumn<QString>("answer"); // the file chosen, "" for cancel
+    QTest::addColumn<QString>("written");
+    QTest::newRow("cancelled") << ""
+                               << "";
+    QTest::newRow("suffix added") << "mine"
+                                  << "mine.jsn";
+    QTest::newRow("suffix kept") << "mine.json"
+                                 << "mine.json";
+}
+
+void tst_WidgetLayout::layoutFileDialogs()
+{
+    QFETCH(QString, answer);
+    QFETCH(QString, written);
+    QTemporaryDir dir;
+    LayoutFixture f;
+    QVERIFY(f.load(DefaultLayout::document()));
+    const QByteArray expected = f.manager->saveLayout(SerializableWidget::kForFile);
+    if (!answer.isEmpty())
+        f.prompter.texts.enqueue(dir.filePath(answer));
+    QCOMPARE(f.manager->exportLayoutToFile(nullptr, dir.path()), !answer.isEmpty());
+    QCOMPARE(f.prompter.asked.size(), 1);
+    QCOMPARE(f.prompter.asked.at(0).kind, QStringLiteral("save"));
+    QCOMPARE(f.prompter.asked.at(0).title, QStringLiteral("Save layout as"));
+    QCOMPARE(f.prompter.asked.at(0).text, dir.path()); // the folder it starts in
+    QCOMPARE(QDir(dir.path()).entryList(QDir::Files),
+             written.isEmpty() ? QStringList() : QStringList{written});
+    if (written.isEmpty())
+        return;
+    QCOMPARE(readFile(dir.filePath(written)), expected);
+    QCOMPARE(f.manager->lastFolder(), dir.path());
+
+    QVERIFY(f.load(layoutJson(leafJson(R"({"Type":"RSS"})"))));
+    f.prompter.texts.enqueue(dir.filePath(written));
+    QVERIFY(f.manager->importLayoutFromFile(nullptr, dir.path()));
+    LayoutFixture::flush();
+    QCOMPARE(f.prompter.asked.size(), 2);
+    QCOMPARE(f.prompter.asked.at(1).kind, QStringLiteral("open"));
+    QCOMPARE(f.prompter.asked.at(1).title, QStringLiteral("Import layout"));
+    QCOMPARE(f.manager->saveLayout(SerializableWidget::kForFile), expected);
 }
 
 QTEST_MAIN(tst_WidgetLayout)

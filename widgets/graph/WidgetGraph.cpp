@@ -4,10 +4,11 @@
 #include "telemetry/TelemetryData.h"
 #include "telemetry/TelemetryUnits.h"
 #include "widgets/graph/GraphTicks.h"
+#include "widgets/graph/WidgetGraphProperties.h"
 #include "widgets/layout/LayoutJsonValue.h"
 #include "widgets/layout/LayoutJsonWriter.h"
 #include "widgets/layout/SensorDragData.h"
-#include "widgets/graph/WidgetGraphProperties.h"
+#include "widgets/layout/WindowHub.h"
 #include "widgets/layout/WindowTypes.h"
 
 #include <QActionGroup>
@@ -508,19 +509,6 @@ void WidgetGraph::removeAll()
     invalidate();
 }
 
-QMessageBox::StandardButton WidgetGraph::ask(QMessageBox::Icon icon, const QString &title,
-                                             const QString &text, QMessageBox::StandardButtons buttons,
-                                             QMessageBox::StandardButton defaultButton)
-{
-    if (m_messages)
-        return m_messages(this, icon, title, text, buttons);
-    QMessageBox box(icon, title, text, buttons, this);
-    box.setTextFormat(Qt::RichText);
-    if (defaultButton != QMessageBox::NoButton)
-        box.setDefaultButton(defaultButton);
-    return QMessageBox::StandardButton(box.exec());
-}
-
 void WidgetGraph::cutBefore(qint64 t)
 {
     const QString text =
@@ -528,8 +516,7 @@ void WidgetGraph::cutBefore(qint64 t)
            "are dropped from the loaded recording.")
             .arg(GraphTicks::cursorTimeText(t));
     // Enter must not destroy data: No is the default.
-    if (ask(QMessageBox::Question, tr("Confirmation"), text, QMessageBox::Yes | QMessageBox::No,
-            QMessageBox::No) == QMessageBox::Yes)
+    if (prompter()->confirm(this, tr("Confirmation"), text))
         emit removeTelemetryBeforeTimestamp(long(t));
 }
 
@@ -539,8 +526,7 @@ void WidgetGraph::cutAfter(qint64 t)
         tr("<b>Remove all telemetry after %1?</b><br>The samples and messages after this time "
            "are dropped from the loaded recording.")
             .arg(GraphTicks::cursorTimeText(t));
-    if (ask(QMessageBox::Question, tr("Confirmation"), text, QMessageBox::Yes | QMessageBox::No,
-            QMessageBox::No) == QMessageBox::Yes)
+    if (prompter()->confirm(this, tr("Confirmation"), text))
         emit removeTelemetryAfterTimestamp(long(t));
 }
 
@@ -565,8 +551,7 @@ void WidgetGraph::showProperties(int index)
     ensureLayout();
     if (index < m_renderer.axes().size())
         dialog.setDisplayedRange(m_renderer.axes().at(index).low, m_renderer.axes().at(index).high);
-    if (m_messages)
-        dialog.setMessageHandler(m_messages);
+    dialog.setPrompter(prompter());
     // Looked up by variable each time: the item's index is not held across the dialog.
     connect(&dialog, &WidgetGraphProperties::itemChanged, this, [this, pair](const GraphItem &item) {
         const int i = indexOf(pair);
@@ -609,8 +594,7 @@ void WidgetGraph::exportImage()
         m_exportReader ? m_exportReader() : WidgetGraphExport::Settings();
     WidgetGraphExport dialog(
         settings, size(), [this](const QSize &size) { return renderImage(size); }, this);
-    if (m_messages)
-        dialog.setMessageHandler(m_messages);
+    dialog.setPrompter(prompter());
     if (dialog.exec() == QDialog::Accepted && m_exportWriter)
         m_exportWriter(dialog.settings());
 }
@@ -925,4 +909,29 @@ void WidgetGraph::focusInEvent(QFocusEvent *event)
 {
     QWidget::focusInEvent(event);
     emit gotFocus();
+}
+
+void WidgetGraph::wire(WidgetGraph *window, WindowHub *hub, TelemetryData *store)
+{
+    if (hub) {
+        connect(hub, &WindowHub::addSensorRequest, window, &WidgetGraph::addData);
+        connect(hub, &WindowHub::setLogStatusRequest, window, &WidgetGraph::setLogging);
+        connect(hub, &WindowHub::updateSensorsRequest, window, &WidgetGraph::sensorsUpdated);
+        connect(hub, &WindowHub::logFileLoadedRequest, window, &WidgetGraph::logFileLoaded);
+        connect(hub, &WindowHub::mouseOverTimestampRequest, window, &WidgetGraph::externalTimestampMoved);
+        connect(hub, &WindowHub::valueAddedRequest, window, &WidgetGraph::dataUpdated);
+        connect(window, &WidgetGraph::mouseOverTimestamp, hub, &WindowHub::mouseOverTimestampMoved);
+        connect(window, &WidgetGraph::unitChanged, hub, &WindowHub::unitChanged);
+        connect(window, &WidgetGraph::removeTelemetryBeforeTimestamp, hub,
+                &WindowHub::removeTelemetryBeforeTimestamp);
+        connect(window, &WidgetGraph::removeTelemetryAfterTimestamp, hub,
+                &WindowHub::removeTelemetryAfterTimestamp);
+        connect(window, &WidgetGraph::undoCutRequest, hub, &WindowHub::undoCutRequest);
+    }
+    if (store) {
+        connect(store, &TelemetryData::loggingStatusChanged, window, &WidgetGraph::setLogging);
+        // A new window starts from what the store holds now.
+        window->sensorsUpdated(store->sensors());
+        window->setLogging(store->isLogging());
+    }
 }

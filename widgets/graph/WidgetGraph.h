@@ -6,12 +6,11 @@
 #include "widgets/graph/GraphItem.h"
 #include "widgets/graph/GraphRenderer.h"
 #include "widgets/graph/GraphTimeline.h"
-#include "widgets/layout/SerializableWidget.h"
 #include "widgets/graph/WidgetGraphExport.h"
+#include "widgets/layout/SerializableWidget.h"
 
 #include <QHash>
 #include <QImage>
-#include <QMessageBox>
 #include <QPoint>
 #include <QPointer>
 #include <QTimer>
@@ -19,6 +18,8 @@
 #include <QWidget>
 
 #include <functional>
+
+class WindowHub;
 
 class QMenu;
 class SensorTable;
@@ -44,9 +45,9 @@ class WidgetGraph : public QWidget, public SerializableWidget
 {
     Q_OBJECT
 public:
-    using MessageHandler = std::function<QMessageBox::StandardButton(
-        QWidget *parent, QMessageBox::Icon icon, const QString &title, const QString &text,
-        QMessageBox::StandardButtons buttons)>;
+    // What this window takes from the hub and the store and what it gives back: the one place its
+    // wiring is written, checked by the compiler. Called by the window manager on registration.
+    static void wire(WidgetGraph *window, WindowHub *hub, TelemetryData *store);
     using ExportSettingsReader = std::function<WidgetGraphExport::Settings()>;
     using ExportSettingsWriter = std::function<void(const WidgetGraphExport::Settings &)>;
 
@@ -58,6 +59,11 @@ public:
 
     int load(const LayoutJsonValue &object) override;
     int save(LayoutJsonWriter &writer, quint8 flag) override;
+    bool addVariable(const TelemetryVar *variable) override
+    {
+        addData(variable);
+        return true;
+    }
 
     const QVector<GraphItem> &items() const { return m_items; }
     // Replaces one item's settings and redraws.
@@ -85,7 +91,6 @@ public:
     // The graph as the export writes it.
     QImage renderImage(const QSize &size) const;
 
-    void setMessageHandler(MessageHandler handler) { m_messages = std::move(handler); }
     // Where the export dialog takes its initial size and path from, and where it leaves them.
     void setExportSettings(ExportSettingsReader reader, ExportSettingsWriter writer);
 
@@ -161,9 +166,6 @@ private:
     QColor nextColor() const;
     int itemAt(const QPoint &pos);
     bool zoomAxis(int index, double factor, int y);
-    QMessageBox::StandardButton ask(QMessageBox::Icon icon, const QString &title, const QString &text,
-                                    QMessageBox::StandardButtons buttons,
-                                    QMessageBox::StandardButton defaultButton = QMessageBox::NoButton);
     // Times of the store's first and last sample; false when it holds none.
     bool sampleRange(qint64 *first, qint64 *last) const;
     // The name and the shown unit of an item's variable, or the last ones known when the store lacks it.
@@ -205,7 +207,6 @@ private:
     double m_pressLow = 0;
     double m_pressHigh = 0;
 
-    MessageHandler m_messages;
     ExportSettingsReader m_exportReader;
     ExportSettingsWriter m_exportWriter;
 };

@@ -3,7 +3,6 @@
 
 #include <QDialogButtonBox>
 #include <QDir>
-#include <QFileDialog>
 #include <QFileInfo>
 #include <QFormLayout>
 #include <QGroupBox>
@@ -112,8 +111,7 @@ void WidgetGraphExport::chooseFile()
 {
     const QString start = m_path.isEmpty() ? m_startFolder : m_path;
     // Replacing a file is asked once, when exporting.
-    QString path = QFileDialog::getSaveFileName(this, tr("Export PNG image"), start, tr("PNG images (*.png)"),
-                                                nullptr, QFileDialog::DontConfirmOverwrite);
+    QString path = prompter()->saveFile(this, tr("Export PNG image"), start, tr("PNG images (*.png)"), false);
     if (path.isEmpty())
         return;
     if (QFileInfo(path).suffix().isEmpty())
@@ -131,37 +129,27 @@ void WidgetGraphExport::accept()
         QDialog::accept();
 }
 
-QMessageBox::StandardButton WidgetGraphExport::ask(QMessageBox::Icon icon, const QString &title,
-                                                   const QString &text, QMessageBox::StandardButtons buttons)
-{
-    if (m_messages)
-        return m_messages(this, icon, title, text, buttons);
-    QMessageBox box(icon, title, text, buttons, this);
-    box.setTextFormat(Qt::RichText);
-    return QMessageBox::StandardButton(box.exec());
-}
-
 bool WidgetGraphExport::exportImage()
 {
     if (m_path.isEmpty() || !m_renderer)
         return false;
     const QFileInfo target(m_path);
     if (target.isDir()) {
-        ask(QMessageBox::Critical, tr("Error"),
+        prompter()->error(
+            this, tr("Error"),
             tr("<b>Unable to export image:</b><ul><li>%1</li></ul>")
-                .arg(tr("%1 is a folder.").arg(QDir::toNativeSeparators(m_path)).toHtmlEscaped()),
-            QMessageBox::Ok);
+                .arg(tr("%1 is a folder.").arg(QDir::toNativeSeparators(m_path)).toHtmlEscaped()));
         return false;
     }
-    if (target.exists() && ask(QMessageBox::Question, tr("File exists"), tr("File exists. Overwrite?"),
-                               QMessageBox::Yes | QMessageBox::No) != QMessageBox::Yes)
+    // Enter keeps the file: No is the default.
+    if (target.exists() && !prompter()->confirm(this, tr("File exists"), tr("File exists. Overwrite?")))
         return false;
     const QImage image = m_renderer(QSize(m_width->value(), m_height->value()));
     QString error;
     if (!writePng(image, m_path, &error)) {
-        ask(QMessageBox::Critical, tr("Error"),
-            tr("<b>Unable to export image:</b><ul><li>%1</li></ul>").arg(error.toHtmlEscaped()),
-            QMessageBox::Ok);
+        prompter()->error(
+            this, tr("Error"),
+            tr("<b>Unable to export image:</b><ul><li>%1</li></ul>").arg(error.toHtmlEscaped()));
         return false;
     }
     return true;

@@ -1,8 +1,9 @@
 #pragma once
 
+#include "widgets/layout/Prompter.h"
+
 #include <QDialog>
 #include <QImage>
-#include <QMessageBox>
 #include <QSize>
 #include <QString>
 #include <QTimer>
@@ -29,9 +30,6 @@ public:
         int height = 0;
     };
     using Renderer = std::function<QImage(const QSize &size)>;
-    using MessageHandler = std::function<QMessageBox::StandardButton(
-        QWidget *parent, QMessageBox::Icon icon, const QString &title, const QString &text,
-        QMessageBox::StandardButtons buttons)>;
 
     // fallbackSize is used for a size the settings do not give.
     WidgetGraphExport(const Settings &settings, const QSize &fallbackSize, Renderer renderer,
@@ -44,7 +42,9 @@ public:
     QSpinBox *widthBox() const { return m_width; }
     QSpinBox *heightBox() const { return m_height; }
     QLabel *preview() const { return m_preview; }
-    void setMessageHandler(MessageHandler handler) { m_messages = std::move(handler); }
+    // How the dialog asks and tells the user; the window that opens it hands over its own.
+    void setPrompter(Prompter *prompter) { m_prompter = prompter; }
+    Prompter *prompter() const { return m_prompter ? m_prompter : Prompter::standard(); }
 
     // Renders at the chosen size and writes the file (asking before replacing one); true when written.
     bool exportImage();
@@ -58,13 +58,11 @@ public slots:
 private:
     void schedulePreview();
     void updatePreview();
-    QMessageBox::StandardButton ask(QMessageBox::Icon icon, const QString &title, const QString &text,
-                                    QMessageBox::StandardButtons buttons);
 
     Renderer m_renderer;
     QString m_path;
     QString m_startFolder;
-    MessageHandler m_messages;
+    Prompter *m_prompter = nullptr;
     QSpinBox *m_width = nullptr;
     QSpinBox *m_height = nullptr;
     QPushButton *m_fileButton = nullptr;

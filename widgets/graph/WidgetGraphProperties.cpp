@@ -271,15 +271,7 @@ bool WidgetGraphProperties::saveAsDefault()
     row.defaultColor = m_item.color.isValid() ? int(m_item.color.rgb() & 0xFFFFFFu) : 0;
     ok = ok && m_sensors->updateSensorSettings(row);
     if (!ok) {
-        const QString title = tr("Error");
-        const QString text = tr("<b>Unable to save default sensor properties</b>");
-        if (m_messages) {
-            m_messages(this, QMessageBox::Critical, title, text, QMessageBox::Ok);
-        } else {
-            QMessageBox box(QMessageBox::Critical, title, text, QMessageBox::Ok, this);
-            box.setTextFormat(Qt::RichText);
-            box.exec();
-        }
+        prompter()->error(this, tr("Error"), tr("<b>Unable to save default sensor properties</b>"));
         return false;
     }
     // Done until something changes again.

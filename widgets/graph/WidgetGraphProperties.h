@@ -1,12 +1,10 @@
 #pragma once
 
 #include "widgets/graph/GraphItem.h"
+#include "widgets/layout/Prompter.h"
 
 #include <QColor>
 #include <QDialog>
-#include <QMessageBox>
-
-#include <functional>
 
 class QCheckBox;
 class QComboBox;
@@ -23,10 +21,6 @@ class WidgetGraphProperties : public QDialog
 {
     Q_OBJECT
 public:
-    using MessageHandler = std::function<QMessageBox::StandardButton(
-        QWidget *parent, QMessageBox::Icon icon, const QString &title, const QString &text,
-        QMessageBox::StandardButtons buttons)>;
-
     // name: the variable's label; baseUnit and unitCategory: the unit it arrives in; sensors may be null
     // (then "Set as default sensor properties" is disabled).
     WidgetGraphProperties(const GraphItem &item, const QString &name, const QString &baseUnit,
@@ -35,7 +29,9 @@ public:
     const GraphItem &item() const { return m_item; }
     // The range the axis shows now: the manual range starts from it when it was never set.
     void setDisplayedRange(double low, double high);
-    void setMessageHandler(MessageHandler handler) { m_messages = std::move(handler); }
+    // How the dialog tells the user; the window that opens it hands over its own.
+    void setPrompter(Prompter *prompter) { m_prompter = prompter; }
+    Prompter *prompter() const { return m_prompter ? m_prompter : Prompter::standard(); }
 
     QPushButton *colorButton() const { return m_colorButton; }
     QDoubleSpinBox *lineWidthBox() const { return m_lineWidth; }
@@ -86,7 +82,7 @@ private:
     quint8 m_unitCategory;
     SensorTable *m_sensors;
     QColor m_acceptedColor;
-    MessageHandler m_messages;
+    Prompter *m_prompter = nullptr;
 
     QLabel *m_colorSwatch = nullptr;
     QPushButton *m_colorButton = nullptr;

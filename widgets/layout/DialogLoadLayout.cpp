@@ -1,5 +1,6 @@
 #include "widgets/layout/DialogLoadLayout.h"
 
+#include "widgets/layout/Prompter.h"
 #include "widgets/layout/WidgetManager.h"
 
 #include <QDialogButtonBox>
@@ -10,8 +11,9 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
-DialogLoadLayout::DialogLoadLayout(WidgetManager *manager, QWidget *parent)
-    : QDialog(parent), m_manager(manager), m_list(new QListWidget(this)), m_description(new QLabel(this)),
+DialogLoadLayout::DialogLoadLayout(WidgetManager *manager, Prompter *prompter, QWidget *parent)
+    : QDialog(parent), m_manager(manager), m_prompter(prompter ? prompter : Prompter::standard()),
+      m_list(new QListWidget(this)), m_description(new QLabel(this)),
       m_delete(new QPushButton(tr("Delete layout"), this)),
       m_buttons(new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this))
 {
@@ -52,8 +54,8 @@ void DialogLoadLayout::fillList()
     bool ok = false;
     m_rows = db->layouts(&ok);
     if (!ok) {
-        m_manager->showMessage(
-            this, QMessageBox::Critical, tr("Layout error"),
+        m_prompter->error(
+            this, tr("Layout error"),
             tr("<b>Unable to load layout:</b><ul><li>%1</li></ul>").arg(db->lastError().toHtmlEscaped()));
         return;
     }
@@ -82,12 +84,12 @@ void DialogLoadLayout::deletePressed()
     DatabaseManager *db = m_manager->database();
     if (row < 0 || row >= m_rows.size() || !db)
         return;
-    if (m_manager->showMessage(this, QMessageBox::Question, tr("Confirmation"), tr("Really delete layout?"),
-                               QMessageBox::Yes | QMessageBox::No) != QMessageBox::Yes)
+    // Enter must not delete: No is the default.
+    if (!m_prompter->confirm(this, tr("Confirmation"), tr("Really delete layout?")))
         return;
     if (!db->deleteLayout(m_rows.at(row).id)) {
-        m_manager->showMessage(
-            this, QMessageBox::Critical, tr("Layout error"),
+        m_prompter->error(
+            this, tr("Layout error"),
             tr("<b>Unable to delete layout:</b><ul><li>%1</li></ul>").arg(db->lastError().toHtmlEscaped()));
         return;
     }

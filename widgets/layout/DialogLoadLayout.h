@@ -5,6 +5,7 @@
 #include <QDialog>
 #include <QVector>
 
+class Prompter;
 class QDialogButtonBox;
 class QLabel;
 class QListWidget;
@@ -16,7 +17,8 @@ class DialogLoadLayout : public QDialog
 {
     Q_OBJECT
 public:
-    explicit DialogLoadLayout(WidgetManager *manager, QWidget *parent = nullptr);
+    // prompter: how the dialog asks and tells the user (null: real message boxes).
+    DialogLoadLayout(WidgetManager *manager, Prompter *prompter, QWidget *parent = nullptr);
 
 public slots:
     void accept() override;
@@ -27,6 +29,7 @@ private:
     void rowChanged(int row);
 
     WidgetManager *m_manager;
+    Prompter *m_prompter;
     QVector<DatabaseManager::LayoutRow> m_rows;
     QListWidget *m_list;
     QLabel *m_description;

@@ -1,6 +1,7 @@
 #include "widgets/layout/DialogSaveLayout.h"
 
 #include "database/DatabaseManager.h"
+#include "widgets/layout/Prompter.h"
 #include "widgets/layout/WidgetContainer.h"
 #include "widgets/layout/WidgetManager.h"
 
@@ -17,9 +18,9 @@ namespace {
 constexpr int kScreenshotWidth = 320;
 }
 
-DialogSaveLayout::DialogSaveLayout(WidgetManager *manager, QWidget *parent)
-    : QDialog(parent), m_manager(manager), m_list(new QListWidget(this)), m_name(new QLineEdit(this)),
-      m_description(new QPlainTextEdit(this))
+DialogSaveLayout::DialogSaveLayout(WidgetManager *manager, Prompter *prompter, QWidget *parent)
+    : QDialog(parent), m_manager(manager), m_prompter(prompter ? prompter : Prompter::standard()),
+      m_list(new QListWidget(this)), m_name(new QLineEdit(this)), m_description(new QPlainTextEdit(this))
 {
     setWindowTitle(tr("Save layout"));
     m_list->setObjectName(QStringLiteral("layoutList"));
@@ -91,7 +92,7 @@ void DialogSaveLayout::accept()
 {
     const QString name = m_name->text().trimmed();
     if (name.isEmpty()) {
-        m_manager->showMessage(this, QMessageBox::Information, tr("Info"), tr("Please set the layout name"));
+        m_prompter->information(this, tr("Info"), tr("Please set the layout name"));
         return;
     }
     DatabaseManager *db = m_manager->database();
@@ -99,8 +100,8 @@ void DialogSaveLayout::accept()
         db ? db->insertLayout(name, m_description->toPlainText(), m_manager->saveLayout(), screenshot()) : -1;
     if (id < 0) {
         const QString reason = db ? db->lastError() : tr("No database is open.");
-        m_manager->showMessage(
-            this, QMessageBox::Critical, tr("Layout error"),
+        m_prompter->error(
+            this, tr("Layout error"),
             tr("<b>Unable to save layout:</b><ul><li>%1</li></ul>").arg(reason.toHtmlEscaped()));
         return;
     }

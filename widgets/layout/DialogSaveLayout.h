@@ -4,6 +4,7 @@
 
 class QLineEdit;
 class QListWidget;
+class Prompter;
 class QPlainTextEdit;
 class WidgetManager;
 
@@ -12,7 +13,8 @@ class DialogSaveLayout : public QDialog
 {
     Q_OBJECT
 public:
-    explicit DialogSaveLayout(WidgetManager *manager, QWidget *parent = nullptr);
+    // prompter: how the dialog tells the user (null: real message boxes).
+    DialogSaveLayout(WidgetManager *manager, Prompter *prompter, QWidget *parent = nullptr);
 
     // The new row's id after a successful save, else -1.
     int savedId() const { return m_savedId; }
@@ -25,6 +27,7 @@ private:
     QByteArray screenshot() const;
 
     WidgetManager *m_manager;
+    Prompter *m_prompter;
     QListWidget *m_list;
     QLineEdit *m_name;
     QPlainTextEdit *m_description;

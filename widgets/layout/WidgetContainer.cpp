@@ -58,6 +58,8 @@ WidgetContainer::WidgetContainer(WidgetManager *manager, WidgetContainer *parent
 
 void WidgetContainer::build()
 {
+    if (m_manager)
+        setPrompter(m_manager->prompter());
     m_splitter = new QSplitter(Qt::Horizontal, this);
     m_menuButton = new QToolButton(this);
     m_menuButton->setText(tr("Menu"));

@@ -12,7 +12,6 @@
 #include "widgets/layout/LayoutJsonWriter.h"
 #include "widgets/layout/WidgetContainer.h"
 #include "widgets/layout/WidgetPlaceholder.h"
-#include "widgets/layout/WindowConnections.h"
 #include "widgets/layout/WindowHub.h"
 #include "widgets/layout/WindowTypes.h"
 
@@ -20,7 +19,6 @@
 #include <QDebug>
 #include <QDir>
 #include <QFile>
-#include <QFileDialog>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -117,9 +115,10 @@ WidgetContainer *WidgetManager::mainContainer() const
     return m_root;
 }
 
-void WidgetManager::registerType(const QString &typeKey, Factory factory)
+void WidgetManager::registerType(const QString &typeKey, Factory factory, Wiring wiring)
 {
     m_factories.insert(typeKey.toLower(), std::move(factory));
+    m_wirings.insert(typeKey.toLower(), std::move(wiring));
 }
 
 bool WidgetManager::hasFactory(int typeCode) const
@@ -149,14 +148,15 @@ void WidgetManager::registerWidget(QWidget *window, int typeCode)
         return;
     m_types.insert(window, typeCode);
     m_windows.append(window);
+    if (auto *serializable = dynamic_cast<SerializableWidget *>(window))
+        serializable->setPrompter(m_prompter);
     connect(window, &QObject::destroyed, this, [this, window] {
         m_types.remove(window);
         m_windows.removeAll(window);
     });
-    if (!qobject_cast<WidgetPlaceholder *>(window)) {
-        WindowConnections::connect(window, typeCode, m_hub, m_store);
-        WindowConnections::handInitialState(window, typeCode, m_store);
-    }
+    const Wiring wiring = m_wirings.value(WindowTypes::key(typeCode).toLower());
+    if (wiring && !qobject_cast<WidgetPlaceholder *>(window))
+        wiring(window, m_hub, m_store);
     setActiveWidget(window);
 }
 
@@ -167,7 +167,13 @@ void WidgetManager::unregisterWidget(QWidget *window)
     m_types.remove(window);
     m_windows.removeAll(window);
     disconnect(window, &QObject::destroyed, this, nullptr);
-    WindowConnections::disconnect(window, m_hub, m_store);
+    // Whatever the type's wiring made, in both directions.
+    if (m_hub) {
+        QObject::disconnect(m_hub, nullptr, window, nullptr);
+        QObject::disconnect(window, nullptr, m_hub, nullptr);
+    }
+    if (m_store)
+        QObject::disconnect(m_store, nullptr, window, nullptr);
     if (m_active == window)
         setActiveWidget(nullptr);
 }
@@ -212,8 +218,8 @@ void WidgetManager::windowFocused(QWidget *window)
 
 void WidgetManager::addSensorToActiveWidget(const TelemetryVar *variable)
 {
-    if (m_active)
-        WindowConnections::addData(m_active, variable);
+    if (auto *window = dynamic_cast<SerializableWidget *>(m_active.data()))
+        window->addVariable(variable);
 }
 
 void WidgetManager::setPlaybackTime(qint64 ms)
@@ -422,15 +428,20 @@ QWidget *WidgetManager::dialogParent(QWidget *parent) const
     return m_root ? m_root->window() : nullptr;
 }
 
-QMessageBox::StandardButton WidgetManager::showMessage(QWidget *parent, QMessageBox::Icon icon,
-                                                       const QString &title, const QString &text,
-                                                       QMessageBox::StandardButtons buttons)
+void WidgetManager::setPrompter(Prompter *prompter)
 {
-    if (m_messages)
-        return m_messages(parent, icon, title, text, buttons);
-    QMessageBox box(icon, title, text, buttons, dialogParent(parent));
-    box.setTextFormat(Qt::RichText);
-    return QMessageBox::StandardButton(box.exec());
+    m_prompter = prompter ? prompter : Prompter::standard();
+    for (QWidget *window : qAsConst(m_windows)) {
+        if (auto *serializable = dynamic_cast<SerializableWidget *>(window))
+            serializable->setPrompter(m_prompter);
+    }
+    QList<WidgetContainer *> containers;
+    if (m_root)
+        containers << m_root << m_root->findChildren<WidgetContainer *>();
+    for (QMainWindow *window : dataWindows())
+        containers << window->findChildren<WidgetContainer *>();
+    for (WidgetContainer *container : qAsConst(containers))
+        container->setPrompter(m_prompter);
 }
 
 bool WidgetManager::importDefaultLayout(QWidget *parent)
@@ -439,15 +450,15 @@ bool WidgetManager::importDefaultLayout(QWidget *parent)
     if (loadLayout(DefaultLayout::document(), &error))
         return true;
     qDebug().noquote() << "Default layout:" << error;
-    showMessage(parent, QMessageBox::Critical, tr("Layout error"),
-                tr("<b>Unable to import default layout file</b>"));
+    m_prompter->error(dialogParent(parent), tr("Layout error"),
+                      tr("<b>Unable to import default layout file</b>"));
     return false;
 }
 
 bool WidgetManager::exportLayoutToFile(QWidget *parent, const QString &startFolder)
 {
-    QString path = QFileDialog::getSaveFileName(dialogParent(parent), tr("Save layout as"), startFolder,
-                                                tr("JSON data files (*.jsn);;All files(*.*)"));
+    QString path = m_prompter->saveFile(dialogParent(parent), tr("Save layout as"), startFolder,
+                                        tr("JSON data files (*.jsn);;All files(*.*)"));
     if (path.isEmpty())
         return false;
     if (QFileInfo(path).suffix().isEmpty())
@@ -461,15 +472,15 @@ bool WidgetManager::exportLayoutFile(const QString &path, QWidget *parent)
     QString error;
     if (writeLayoutFile(path, &error))
         return true;
-    showMessage(parent, QMessageBox::Critical, tr("Error"),
-                tr("<b>Unable to save layout file:</b><ul><li>%1</li></ul>").arg(html(error)));
+    m_prompter->error(dialogParent(parent), tr("Error"),
+                      tr("<b>Unable to save layout file:</b><ul><li>%1</li></ul>").arg(html(error)));
     return false;
 }
 
 bool WidgetManager::importLayoutFromFile(QWidget *parent, const QString &startFolder)
 {
-    const QString path = QFileDialog::getOpenFileName(dialogParent(parent), tr("Import layout"), startFolder,
-                                                      tr("JSON data files (*.jsn);;All files(*.*)"));
+    const QString path = m_prompter->openFile(dialogParent(parent), tr("Import layout"), startFolder,
+                                              tr("JSON data files (*.jsn);;All files(*.*)"));
     if (path.isEmpty())
         return false;
     m_lastFolder = QFileInfo(path).absolutePath();
@@ -481,8 +492,8 @@ bool WidgetManager::importLayoutFile(const QString &path, QWidget *parent)
     QString error;
     if (readLayoutFile(path, &error))
         return true;
-    showMessage(parent, QMessageBox::Critical, tr("Layout error"),
-                tr("<b>Unable to import layout file:</b><ul><li>%1</li></ul>").arg(html(error)));
+    m_prompter->error(dialogParent(parent), tr("Layout error"),
+                      tr("<b>Unable to import layout file:</b><ul><li>%1</li></ul>").arg(html(error)));
     return false;
 }
 
@@ -491,8 +502,8 @@ bool WidgetManager::loadStoredLayout(const QByteArray &json, QWidget *parent)
     QString error;
     if (loadLayout(json, &error))
         return true;
-    showMessage(parent, QMessageBox::Critical, tr("Layout error"),
-                tr("<b>Unable to load layout:</b><ul><li>%1</li></ul>").arg(html(error)));
+    m_prompter->error(dialogParent(parent), tr("Layout error"),
+                      tr("<b>Unable to load layout:</b><ul><li>%1</li></ul>").arg(html(error)));
     return false;
 }
 
@@ -501,9 +512,10 @@ bool WidgetManager::activateModel(int modelId, QWidget *parent)
     QString error;
     if (loadLayoutForModel(modelId, &error))
         return true;
-    showMessage(parent, QMessageBox::Warning, tr("Layout error"),
-                tr("<b>Unable to load layout for model:</b><ul><li>%1</li></ul>Loading default layout now...")
-                    .arg(html(error)));
+    m_prompter->warning(
+        dialogParent(parent), tr("Layout error"),
+        tr("<b>Unable to load layout for model:</b><ul><li>%1</li></ul>Loading default layout now...")
+            .arg(html(error)));
     importDefaultLayout(parent);
     return false;
 }
@@ -515,20 +527,20 @@ bool WidgetManager::saveSessionForModel(int modelId, QWidget *parent)
     QString error;
     if (saveLayoutForModel(modelId, &error))
         return true;
-    showMessage(
-        parent, QMessageBox::Critical, tr("Error"),
+    m_prompter->error(
+        dialogParent(parent), tr("Error"),
         tr("<b>Unable to save session for the current model:</b><ul><li>%1</li></ul>").arg(html(error)));
     return false;
 }
 
 void WidgetManager::saveLayoutToDatabase(QWidget *parent)
 {
-    DialogSaveLayout dialog(this, dialogParent(parent));
+    DialogSaveLayout dialog(this, m_prompter, dialogParent(parent));
     dialog.exec();
 }
 
 void WidgetManager::loadLayoutFromDatabase(QWidget *parent)
 {
-    DialogLoadLayout dialog(this, dialogParent(parent));
+    DialogLoadLayout dialog(this, m_prompter, dialogParent(parent));
     dialog.exec();
 }

@@ -5,7 +5,6 @@
 #include <QByteArray>
 #include <QHash>
 #include <QList>
-#include <QMessageBox>
 #include <QObject>
 #include <QPointer>
 #include <QString>
@@ -29,10 +28,8 @@ class WidgetManager : public QObject
 public:
     // Makes a window of one type; it must also be a SerializableWidget. Null falls back to a placeholder.
     using Factory = std::function<QWidget *(WidgetManager *manager)>;
-    // Shows a message box; tests replace it to read the boxes without showing them.
-    using MessageHandler = std::function<QMessageBox::StandardButton(
-        QWidget *parent, QMessageBox::Icon icon, const QString &title, const QString &text,
-        QMessageBox::StandardButtons buttons)>;
+    // Connects a new window of one type to the hub and the store (either may be null).
+    using Wiring = std::function<void(QWidget *window, WindowHub *hub, TelemetryData *store)>;
 
     // hub, store and database may be null (then nothing is connected, or stored).
     WidgetManager(WindowHub *hub, TelemetryData *store, DatabaseManager *database, QObject *parent = nullptr);
@@ -47,7 +44,19 @@ public:
 
     // Window types by their layout key, compared without regard to case. Types without a factory are
     // shown as placeholders that keep their settings.
-    void registerType(const QString &typeKey, Factory factory);
+    void registerType(const QString &typeKey, Factory factory, Wiring wiring = {});
+    // The usual form: make returns a W, and W's own wire function connects it, so the compiler checks
+    // every signal and slot of the type's wiring.
+    template <class W, class Make>
+    void registerWindow(const QString &typeKey, Make make, void (*wire)(W *, WindowHub *, TelemetryData *))
+    {
+        registerType(
+            typeKey, [make](WidgetManager *m) -> QWidget * { return make(m); },
+            [wire](QWidget *window, WindowHub *hub, TelemetryData *store) {
+                if (auto *w = qobject_cast<W *>(window))
+                    wire(w, hub, store);
+            });
+    }
     bool hasFactory(int typeCode) const;
     // A new, unregistered window of this type: the registered factory's or a placeholder. Never null.
     QWidget *createWindow(int typeCode);
@@ -113,10 +122,10 @@ public:
     // window geometry do not count: they follow the main window's size.
     bool layoutChangedSinceLoad();
 
-    void setMessageHandler(MessageHandler handler) { m_messages = std::move(handler); }
-    QMessageBox::StandardButton showMessage(QWidget *parent, QMessageBox::Icon icon, const QString &title,
-                                            const QString &text,
-                                            QMessageBox::StandardButtons buttons = QMessageBox::Ok);
+    // How the windows, their containers and the layout dialogs ask and tell the user; null: real dialogs.
+    // Handed to every window and container now and to each one made later; it must outlive them.
+    void setPrompter(Prompter *prompter);
+    Prompter *prompter() const { return m_prompter; }
 
 public slots:
     // A double click in the sensor list: the active window gets the variable.
@@ -138,6 +147,7 @@ private:
     QPointer<DatabaseManager> m_database;
     QPointer<WidgetContainer> m_root;
     QHash<QString, Factory> m_factories; // by lower-case key
+    QHash<QString, Wiring> m_wirings;    // by lower-case key
     QHash<QWidget *, int> m_types;       // registered windows and their type codes
     QList<QWidget *> m_windows;          // registration order
     QPointer<QWidget> m_active;
@@ -145,5 +155,5 @@ private:
     QByteArray m_clipboard;
     QString m_lastFolder;
     QByteArray m_loadedArrangement;
-    MessageHandler m_messages;
+    Prompter *m_prompter = Prompter::standard();
 };

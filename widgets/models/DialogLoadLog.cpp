@@ -10,7 +10,6 @@
 #include <QDir>
 #include <QDragEnterEvent>
 #include <QDropEvent>
-#include <QFileDialog>
 #include <QFileInfo>
 #include <QGroupBox>
 #include <QHBoxLayout>
@@ -141,16 +140,6 @@ DialogLoadLog::DialogLoadLog(ModelLibrary *library, int activeModelId, const QSt
 
 DialogLoadLog::~DialogLoadLog() = default;
 
-QMessageBox::StandardButton DialogLoadLog::showMessage(QMessageBox::Icon icon, const QString &title,
-                                                       const QString &text)
-{
-    if (m_messages)
-        return m_messages(this, icon, title, text, QMessageBox::Ok);
-    QMessageBox box(icon, title, text, QMessageBox::Ok, this);
-    box.setTextFormat(Qt::RichText);
-    return QMessageBox::StandardButton(box.exec());
-}
-
 void DialogLoadLog::addFiles(const QStringList &paths)
 {
     QStringList known;
@@ -188,8 +177,8 @@ void DialogLoadLog::addFilesPressed()
 {
     const QStringList current = files();
     const QString folder = current.isEmpty() ? QString() : QFileInfo(current.constLast()).absolutePath();
-    addFiles(QFileDialog::getOpenFileNames(this, tr("Add log files"), folder,
-                                           tr("Log files (*.log *.vml *.nmea *.txt);;All files(*.*)")));
+    addFiles(prompter()->openFiles(this, tr("Add log files"), folder,
+                                   tr("Log files (*.log *.vml *.nmea *.txt);;All files(*.*)")));
 }
 
 void DialogLoadLog::removeFilesPressed()
@@ -253,9 +242,9 @@ void DialogLoadLog::modelChanged()
 {
     const int id = selectedModel();
     if (id != m_tree->modelId() && !m_tree->setModelId(id)) {
-        showMessage(QMessageBox::Critical, tr("Error"),
-                    tr("<b>Unable to read the folders of the model:</b><ul><li>%1</li></ul>")
-                        .arg(m_tree->lastError().toHtmlEscaped()));
+        prompter()->error(this, tr("Error"),
+                          tr("<b>Unable to read the folders of the model:</b><ul><li>%1</li></ul>")
+                              .arg(m_tree->lastError().toHtmlEscaped()));
     }
     m_folderView->expandAll();
     updateState();
@@ -368,8 +357,10 @@ void DialogLoadLog::accept()
         text += tr("<br><b>Unable to store:</b>") + list(failures);
     if (cancelled)
         text += tr("<br>Cancelled: %1 more not stored.").arg(total - step);
-    showMessage(failures.isEmpty() && !cancelled ? QMessageBox::Information : QMessageBox::Warning,
-                windowTitle(), text);
+    if (failures.isEmpty() && !cancelled)
+        prompter()->information(this, windowTitle(), text);
+    else
+        prompter()->warning(this, windowTitle(), text);
 
     if (stored == 0) {
         updateState();

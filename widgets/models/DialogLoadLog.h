@@ -1,10 +1,9 @@
 #pragma once
 
-#include <QDialog>
-#include <QMessageBox>
-#include <QStringList>
+#include "widgets/layout/Prompter.h"
 
-#include <functional>
+#include <QDialog>
+#include <QStringList>
 
 class ModelFolderTree;
 class ModelLibrary;
@@ -25,18 +24,15 @@ class DialogLoadLog : public QDialog
 {
     Q_OBJECT
 public:
-    // Shows a message box; tests replace it to read the boxes without showing them.
-    using MessageHandler = std::function<QMessageBox::StandardButton(
-        QWidget *parent, QMessageBox::Icon icon, const QString &title, const QString &text,
-        QMessageBox::StandardButtons buttons)>;
-
     // activeModelId: preselected (-1: none). files: already chosen (a drop, the command line). openLog:
     // the log that is open, offered when it holds telemetry (may be null); it must outlive the dialog.
     DialogLoadLog(ModelLibrary *library, int activeModelId, const QStringList &files = {},
                   const TelemetryDataPackage *openLog = nullptr, QWidget *parent = nullptr);
     ~DialogLoadLog() override;
 
-    void setMessageHandler(MessageHandler handler) { m_messages = std::move(handler); }
+    // How the dialog asks and tells the user; whoever opens it hands over its own.
+    void setPrompter(Prompter *prompter) { m_prompter = prompter; }
+    Prompter *prompter() const { return m_prompter ? m_prompter : Prompter::standard(); }
 
     // Adds files to the list, each once.
     void addFiles(const QStringList &paths);
@@ -67,8 +63,6 @@ private:
     void modelChanged();
     void updateState();
     QString targetText() const;
-    QMessageBox::StandardButton showMessage(QMessageBox::Icon icon, const QString &title,
-                                            const QString &text);
 
     ModelLibrary *m_library;
     const TelemetryDataPackage *m_openLog = nullptr;
@@ -85,5 +79,5 @@ private:
     // Until the user decides, the open log is offered checked exactly when there are no files.
     bool m_openLogChosen = false;
     int m_stored = 0;
-    MessageHandler m_messages;
+    Prompter *m_prompter = nullptr;
 };

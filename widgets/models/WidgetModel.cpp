@@ -7,20 +7,18 @@
 #include "database/ModelTableModel.h"
 #include "telemetry/LogFileWriter.h"
 #include "telemetry/TelemetryData.h"
+#include "widgets/layout/LayoutJsonWriter.h"
+#include "widgets/layout/WindowHub.h"
+#include "widgets/layout/WindowTypes.h"
 #include "widgets/models/DeletableTreeView.h"
 #include "widgets/models/DialogLoadLog.h"
-#include "widgets/layout/LayoutJsonWriter.h"
-#include "widgets/layout/WindowTypes.h"
 
 #include <QDialog>
 #include <QDialogButtonBox>
-#include <QFileDialog>
 #include <QFormLayout>
 #include <QHeaderView>
-#include <QInputDialog>
 #include <QLineEdit>
 #include <QMenu>
-#include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QSignalBlocker>
 #include <QSplitter>
@@ -157,14 +155,14 @@ QModelIndex WidgetModel::currentItem() const
 
 bool WidgetModel::confirm(const QString &title, const QString &question)
 {
-    return QMessageBox::question(this, title, question, QMessageBox::Yes | QMessageBox::No) ==
-           QMessageBox::Yes;
+    // Every question here deletes something: Enter answers No.
+    return prompter()->confirm(this, title, question);
 }
 
 void WidgetModel::showError(const QString &text)
 {
     if (!text.isEmpty())
-        QMessageBox::critical(this, tr("Error"), text);
+        prompter()->error(this, tr("Error"), text);
 }
 
 void WidgetModel::treeMenu(const QPoint &pos)
@@ -234,7 +232,7 @@ void WidgetModel::exportFile()
     const QModelIndex item = currentItem();
     if (!item.isValid() || m_tree->itemKind(item) != ModelFolderTree::LogItem)
         return;
-    const QString path = LogFileWriter::withLogSuffix(QFileDialog::getSaveFileName(
+    const QString path = LogFileWriter::withLogSuffix(prompter()->saveFile(
         this, tr("Save as Log file"), item.data().toString(), tr("LOG files (*.log);;All files(*.*)")));
     if (path.isEmpty())
         return;
@@ -272,8 +270,8 @@ void WidgetModel::newFolder()
     if (selectedModel() < 0)
         return;
     bool ok = false;
-    const QString name = QInputDialog::getText(this, tr("New folder"), tr("Folder name:"), QLineEdit::Normal,
-                                               tr("[New Folder]"), &ok);
+    const QString name =
+        prompter()->text(this, tr("New folder"), tr("Folder name:"), tr("[New Folder]"), &ok);
     if (!ok || name.trimmed().isEmpty())
         return;
     if (m_tree->newFolder(currentItem(), name.trimmed()) < 0)
@@ -294,8 +292,7 @@ void WidgetModel::removeFolderAction()
 void WidgetModel::newModel()
 {
     bool ok = false;
-    const QString name = QInputDialog::getText(this, tr("New model"), tr("Model name:"), QLineEdit::Normal,
-                                               tr("[New model]"), &ok);
+    const QString name = prompter()->text(this, tr("New model"), tr("Model name:"), tr("[New model]"), &ok);
     if (!ok || name.trimmed().isEmpty())
         return;
     const int id = m_library->createModel(name.trimmed());
@@ -356,6 +353,7 @@ void WidgetModel::loadLogFiles()
     // A log opened from the database is stored already; offering it again would make a copy.
     const bool offerOpen = m_store && m_store->storedLogId() < 0;
     DialogLoadLog dialog(m_library, selectedModel(), {}, offerOpen ? &m_store->package() : nullptr, this);
+    dialog.setPrompter(prompter());
     // The folder picked in the tree (a log: its folder) is the likely target too.
     const QModelIndex item = currentItem();
     if (item.isValid())
@@ -363,4 +361,10 @@ void WidgetModel::loadLogFiles()
             m_tree->itemId(m_tree->itemKind(item) == ModelFolderTree::FolderItem ? item : item.parent()));
     connect(&dialog, &DialogLoadLog::logsStored, this, &WidgetModel::reload);
     dialog.exec();
+}
+
+void WidgetModel::wire(WidgetModel *window, WindowHub *hub, TelemetryData *)
+{
+    if (hub)
+        connect(window, &WidgetModel::modelActivated, hub, &WindowHub::modelActivated);
 }

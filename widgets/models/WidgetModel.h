@@ -6,6 +6,8 @@
 
 #include <functional>
 
+class WindowHub;
+
 class DatabaseManager;
 class DeletableTreeView;
 class ModelFolderTree;
@@ -20,6 +22,9 @@ class WidgetModel : public QWidget, public SerializableWidget
 {
     Q_OBJECT
 public:
+    // What this window takes from the hub and the store and what it gives back: the one place its
+    // wiring is written, checked by the compiler. Called by the window manager on registration.
+    static void wire(WidgetModel *window, WindowHub *hub, TelemetryData *store);
     WidgetModel(DatabaseManager *database, ModelLibrary *library, TelemetryData *store,
                 QWidget *parent = nullptr);
 

@@ -1,13 +1,13 @@
 #include "widgets/sensors/DialogKMLExport.h"
 
 #include "telemetry/KmlWriter.h"
+#include "widgets/layout/Prompter.h"
 
 #include <QComboBox>
 #include <QDialogButtonBox>
-#include <QFileDialog>
+#include <QFileInfo>
 #include <QFormLayout>
 #include <QGroupBox>
-#include <QMessageBox>
 #include <QPushButton>
 #include <QVBoxLayout>
 
@@ -97,29 +97,32 @@ const TelemetryVar *DialogKMLExport::altitude() const
     return selected(m_comboAlt);
 }
 
-bool DialogKMLExport::exportTrack(const QVector<TelemetrySensor> *sensors, QWidget *parent)
+bool DialogKMLExport::exportTrack(const QVector<TelemetrySensor> *sensors, QWidget *parent,
+                                  Prompter *prompter)
 {
+    if (!prompter)
+        prompter = Prompter::standard();
     DialogKMLExport dialog(sensors, parent);
     if (dialog.exec() != QDialog::Accepted || !dialog.latitude() || !dialog.longitude())
         return false;
     const QVector<KmlWriter::Point> points =
         KmlWriter::points(*dialog.latitude(), *dialog.longitude(), dialog.altitude());
     if (points.isEmpty()) {
-        QMessageBox::information(parent, tr("Info"),
-                                 tr("<b>Unable to export KML file:</b><ul><li>%1</li></ul>")
-                                     .arg(tr("The chosen variables hold no GPS position.")));
+        prompter->information(parent, tr("Info"),
+                              tr("<b>Unable to export KML file:</b><ul><li>%1</li></ul>")
+                                  .arg(tr("The chosen variables hold no GPS position.")));
         return false;
     }
 
-    QFileDialog files(parent, tr("Export to KML"));
-    files.setAcceptMode(QFileDialog::AcceptSave);
-    files.setNameFilter(tr("KML files (*.kml);;All files(*.*)"));
-    files.setDefaultSuffix(QStringLiteral("kml"));
-    if (files.exec() != QDialog::Accepted || files.selectedFiles().isEmpty())
+    QString path =
+        prompter->saveFile(parent, tr("Export to KML"), QString(), tr("KML files (*.kml);;All files(*.*)"));
+    if (path.isEmpty())
         return false;
+    if (QFileInfo(path).suffix().isEmpty())
+        path += QStringLiteral(".kml");
     QString error;
-    if (!KmlWriter::save(files.selectedFiles().constFirst(), KmlWriter::document(points), &error)) {
-        QMessageBox::critical(
+    if (!KmlWriter::save(path, KmlWriter::document(points), &error)) {
+        prompter->error(
             parent, tr("Error"),
             tr("<b>Unable to export KML file:</b><ul><li>%1</li></ul>").arg(error.toHtmlEscaped()));
         return false;

@@ -4,6 +4,7 @@
 
 #include <QDialog>
 
+class Prompter;
 class QComboBox;
 class QDialogButtonBox;
 
@@ -29,8 +30,10 @@ public:
     static QString itemText(const TelemetrySensor &sensor, const TelemetryVar &var);
 
     // The whole export from the sensor list: this dialog, then the file name, then the file. Tells
-    // the user when nothing could be written. True when a file was written.
-    static bool exportTrack(const QVector<TelemetrySensor> *sensors, QWidget *parent);
+    // the user through prompter (null: real dialogs) when nothing could be written. True when a file
+    // was written.
+    static bool exportTrack(const QVector<TelemetrySensor> *sensors, QWidget *parent,
+                            Prompter *prompter = nullptr);
 
 public slots:
     void checkEnabled();

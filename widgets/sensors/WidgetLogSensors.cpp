@@ -1,8 +1,10 @@
 #include "widgets/sensors/WidgetLogSensors.h"
 
 #include "telemetry/KmlWriter.h"
+#include "telemetry/TelemetryData.h"
 #include "widgets/layout/LayoutJsonWriter.h"
 #include "widgets/layout/SensorDragData.h"
+#include "widgets/layout/WindowHub.h"
 #include "widgets/layout/WindowTypes.h"
 
 #include <QAction>
@@ -245,4 +247,23 @@ const TelemetryVar *WidgetLogSensors::findVar(quint32 deviceId, quint32 param) c
             return sensor.var(param);
     }
     return nullptr;
+}
+
+void WidgetLogSensors::wire(WidgetLogSensors *window, WindowHub *hub, TelemetryData *store)
+{
+    if (hub) {
+        connect(hub, &WindowHub::updateSensorsRequest, window, &WidgetLogSensors::updateItems);
+        connect(hub, &WindowHub::valueAddedRequest, window, &WidgetLogSensors::updateLoggedValues);
+        connect(hub, &WindowHub::setLogStatusRequest, window, &WidgetLogSensors::setLogStatus);
+        connect(window, &WidgetLogSensors::sensorsReset, hub, &WindowHub::sensorsCleared);
+        connect(window, &WidgetLogSensors::loggingSet, hub, &WindowHub::logStatusChanged);
+        connect(window, &WidgetLogSensors::sensorDblClick, hub, &WindowHub::addSensorToActiveWidget);
+        connect(window, &WidgetLogSensors::exportGPSRequest, hub, &WindowHub::GPSExport);
+    }
+    if (store) {
+        connect(store, &TelemetryData::loggingStatusChanged, window, &WidgetLogSensors::setLogStatus);
+        // A new window starts from what the store holds now.
+        window->updateItems(store->sensors());
+        window->setLogStatus(store->isLogging());
+    }
 }

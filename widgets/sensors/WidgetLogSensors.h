@@ -8,6 +8,9 @@
 #include <QSet>
 #include <QWidget>
 
+class TelemetryData;
+class WindowHub;
+
 class QAction;
 class QMenu;
 class QMimeData;
@@ -21,6 +24,9 @@ class WidgetLogSensors : public QWidget, public SerializableWidget
 {
     Q_OBJECT
 public:
+    // What this window takes from the hub and the store and what it gives back: the one place its
+    // wiring is written, checked by the compiler. Called by the window manager on registration.
+    static void wire(WidgetLogSensors *window, WindowHub *hub, TelemetryData *store);
     enum Column
     {
         NameColumn = 0,

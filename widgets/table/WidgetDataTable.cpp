@@ -3,19 +3,19 @@
 #include "telemetry/CsvTableWriter.h"
 #include "telemetry/TelemetryData.h"
 #include "telemetry/XlsxTableWriter.h"
-#include "widgets/table/DataTableModel.h"
 #include "widgets/layout/LayoutJsonValue.h"
 #include "widgets/layout/LayoutJsonWriter.h"
 #include "widgets/layout/SensorDragData.h"
 #include "widgets/layout/WidgetManager.h"
+#include "widgets/layout/WindowHub.h"
 #include "widgets/layout/WindowTypes.h"
+#include "widgets/table/DataTableModel.h"
 
 #include <QAction>
 #include <QCheckBox>
 #include <QDir>
 #include <QDragEnterEvent>
 #include <QDropEvent>
-#include <QFileDialog>
 #include <QFileInfo>
 #include <QFormLayout>
 #include <QGroupBox>
@@ -23,7 +23,6 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QMenu>
-#include <QMessageBox>
 #include <QMimeData>
 #include <QProgressDialog>
 #include <QPushButton>
@@ -139,13 +138,9 @@ WidgetDataTable::WidgetDataTable(TelemetryData *store, QWidget *parent)
 
 void WidgetDataTable::registerWith(WidgetManager *manager)
 {
-    manager->registerType(WindowTypes::key(WindowTypes::DataTable), [](WidgetManager *m) -> QWidget * {
-        auto *window = new WidgetDataTable(m->telemetry());
-        window->setMessageHandler([m, window](const QString &title, const QString &text) {
-            m->showMessage(window, QMessageBox::Critical, title, text);
-        });
-        return window;
-    });
+    manager->registerWindow(
+        WindowTypes::key(WindowTypes::DataTable),
+        [](WidgetManager *m) { return new WidgetDataTable(m->telemetry()); }, &WidgetDataTable::wire);
 }
 
 int WidgetDataTable::load(const LayoutJsonValue &object)
@@ -335,18 +330,12 @@ bool WidgetDataTable::eventFilter(QObject *watched, QEvent *event)
 
 void WidgetDataTable::showError(const QString &title, const QString &text)
 {
-    if (m_messages) {
-        m_messages(title, text);
-        return;
-    }
-    QMessageBox box(QMessageBox::Critical, title, text, QMessageBox::Ok, this);
-    box.setTextFormat(Qt::RichText);
-    box.exec();
+    prompter()->error(this, title, text);
 }
 
 QString WidgetDataTable::chooseFile(const QString &caption, const QString &filter, const QString &suffix)
 {
-    QString path = QFileDialog::getSaveFileName(this, caption, m_lastFolder, filter);
+    QString path = prompter()->saveFile(this, caption, m_lastFolder, filter);
     if (path.isEmpty())
         return path;
     if (QFileInfo(path).suffix().isEmpty())
@@ -423,4 +412,13 @@ bool WidgetDataTable::exportExcelTo(const QString &path)
 {
     return runExport<XlsxTableWriter>(path, tr("Exporting to Excel file..."), tr("Excel Export Error"),
                                       tr("<b>Unable to export Excel file:</b><ul><li>%1</li></ul>"));
+}
+
+void WidgetDataTable::wire(WidgetDataTable *window, WindowHub *hub, TelemetryData *)
+{
+    if (!hub)
+        return;
+    connect(hub, &WindowHub::addSensorRequest, window, &WidgetDataTable::addData);
+    connect(hub, &WindowHub::updateSensorsRequest, window, &WidgetDataTable::sensorsUpdated);
+    connect(hub, &WindowHub::valueAddedRequest, window, &WidgetDataTable::dataUpdated);
 }

@@ -6,7 +6,7 @@
 #include <QString>
 #include <QWidget>
 
-#include <functional>
+class WindowHub;
 
 class DataTableModel;
 class QCheckBox;
@@ -25,18 +25,22 @@ class WidgetDataTable : public QWidget, public SerializableWidget
 {
     Q_OBJECT
 public:
-    // Shows an error box; tests read the boxes through it instead.
-    using MessageHandler = std::function<void(const QString &title, const QString &text)>;
-
+    // What this window takes from the hub and the store and what it gives back: the one place its
+    // wiring is written, checked by the compiler. Called by the window manager on registration.
+    static void wire(WidgetDataTable *window, WindowHub *hub, TelemetryData *store);
     // store may be null; then the window shows only what sensorsUpdated() hands it.
     explicit WidgetDataTable(TelemetryData *store = nullptr, QWidget *parent = nullptr);
 
-    // Makes the manager create this window for the "DataTable" type, its error boxes shown through
-    // the manager.
+    // Makes the manager create this window for the "DataTable" type; the manager hands it its prompter.
     static void registerWith(WidgetManager *manager);
 
     int load(const LayoutJsonValue &object) override;
     int save(LayoutJsonWriter &writer, quint8 flag) override;
+    bool addVariable(const TelemetryVar *variable) override
+    {
+        addData(variable);
+        return true;
+    }
 
     DataTableModel *model() const { return m_model; }
     QTabWidget *tabs() const { return m_tabs; }
@@ -54,7 +58,6 @@ public:
     bool exportCsvTo(const QString &path);
     bool exportExcelTo(const QString &path);
 
-    void setMessageHandler(MessageHandler handler) { m_messages = std::move(handler); }
     // How long an export runs before its progress dialog appears.
     void setProgressDelay(int ms) { m_progressDelay = ms; }
 
@@ -102,7 +105,6 @@ private:
     QCheckBox *m_valid = nullptr;
     QPushButton *m_csvButton = nullptr;
     QPushButton *m_excelButton = nullptr;
-    MessageHandler m_messages;
     QString m_lastFolder;
     int m_progressDelay = 500;
     bool m_exporting = false;
