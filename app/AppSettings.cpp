@@ -12,14 +12,9 @@
 
 const QStringList &AppSettings::keys()
 {
-    static const QStringList list = {
-        QStringLiteral("Version"),          QStringLiteral("Opendir"),
-        QStringLiteral("Exportdir"),        QStringLiteral("Port"),
-        QStringLiteral("Win-State"),        QStringLiteral("Win-Size"),
-        QStringLiteral("Joy-GUID"),         QStringLiteral("Bmp-Export-Path"),
-        QStringLiteral("Bmp-Export-Width"), QStringLiteral("Bmp-Export-Height"),
-        QStringLiteral("AutoUpdate"),       QStringLiteral("Model-ID"),
-    };
+    static const QStringList list = {kVersionKey,  kOpenDir,     kExportDir,  kPort,
+                                     kWindowState, kWindowSize,  kJoystick,   kImagePath,
+                                     kImageWidth,  kImageHeight, kAutoUpdate, kModelId};
     return list;
 }
 
@@ -27,18 +22,18 @@ AppSettings::AppSettings()
 {
     // Defaults for a file that lacks a key: folders start at home, exports at full-HD, updates checked.
     const QString home = QDir::homePath();
-    setValue(QStringLiteral("Version"), QString::fromLatin1(kVersion));
-    setValue(QStringLiteral("Opendir"), home);
-    setValue(QStringLiteral("Exportdir"), home);
-    setValue(QStringLiteral("Port"), QString());
-    setValue(QStringLiteral("Win-State"), QString());
-    setValue(QStringLiteral("Win-Size"), QString());
-    setValue(QStringLiteral("Joy-GUID"), QString());
-    setValue(QStringLiteral("Bmp-Export-Path"), home);
-    setValue(QStringLiteral("Bmp-Export-Width"), 1920);
-    setValue(QStringLiteral("Bmp-Export-Height"), 1080);
-    setValue(QStringLiteral("AutoUpdate"), true);
-    setValue(QStringLiteral("Model-ID"), -1);
+    setValue(kVersionKey, QString::fromLatin1(kVersion));
+    setValue(kOpenDir, home);
+    setValue(kExportDir, home);
+    setValue(kPort, QString());
+    setValue(kWindowState, QString());
+    setValue(kWindowSize, QString());
+    setValue(kJoystick, QString());
+    setValue(kImagePath, home);
+    setValue(kImageWidth, 1920);
+    setValue(kImageHeight, 1080);
+    setValue(kAutoUpdate, true);
+    setValue(kModelId, -1);
 }
 
 QString AppSettings::dataFolder()

@@ -15,6 +15,20 @@ class AppSettings
 public:
     static constexpr const char *kVersion = "1.1.0";
 
+    // The keys, as written in the file.
+    static inline const QString kVersionKey = QStringLiteral("Version");
+    static inline const QString kOpenDir = QStringLiteral("Opendir");
+    static inline const QString kExportDir = QStringLiteral("Exportdir");
+    static inline const QString kPort = QStringLiteral("Port");
+    static inline const QString kWindowState = QStringLiteral("Win-State");
+    static inline const QString kWindowSize = QStringLiteral("Win-Size");
+    static inline const QString kJoystick = QStringLiteral("Joy-GUID");
+    static inline const QString kImagePath = QStringLiteral("Bmp-Export-Path");
+    static inline const QString kImageWidth = QStringLiteral("Bmp-Export-Width");
+    static inline const QString kImageHeight = QStringLiteral("Bmp-Export-Height");
+    static inline const QString kAutoUpdate = QStringLiteral("AutoUpdate");
+    static inline const QString kModelId = QStringLiteral("Model-ID");
+
     AppSettings();
 
     // The keys in the order they are written.

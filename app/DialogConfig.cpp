@@ -14,12 +14,12 @@ DialogConfig::DialogConfig(AppSettings *settings, SerialPortWrapper *wrapper, QW
     setWindowTitle(tr("Configuration"));
     auto *form = new QFormLayout(this);
     m_port = new SerialComboBox(this);
-    m_port->refresh(settings->text(QStringLiteral("Port")));
+    m_port->refresh(settings->text(AppSettings::kPort));
     m_autoUpdate = new QCheckBox(tr("Check for updates at start"), this);
-    m_autoUpdate->setChecked(settings->flag(QStringLiteral("AutoUpdate")));
+    m_autoUpdate->setChecked(settings->flag(AppSettings::kAutoUpdate));
     m_joystick = new QComboBox(this);
     m_joystick->addItem(tr("None"), QString());
-    const QString guid = settings->text(QStringLiteral("Joy-GUID"));
+    const QString guid = settings->text(AppSettings::kJoystick);
     if (!guid.isEmpty())
         m_joystick->addItem(guid, guid);
     m_joystick->setCurrentIndex(guid.isEmpty() ? 0 : 1);
@@ -50,8 +50,8 @@ void DialogConfig::joysticksDetected(const JoystickVector &joysticks)
 
 void DialogConfig::accept()
 {
-    m_settings->setValue(QStringLiteral("Port"), m_port->port());
-    m_settings->setValue(QStringLiteral("AutoUpdate"), m_autoUpdate->isChecked());
-    m_settings->setValue(QStringLiteral("Joy-GUID"), m_joystick->currentData().toString());
+    m_settings->setValue(AppSettings::kPort, m_port->port());
+    m_settings->setValue(AppSettings::kAutoUpdate, m_autoUpdate->isChecked());
+    m_settings->setValue(AppSettings::kJoystick, m_joystick->currentData().toString());
     QDialog::accept();
 }

@@ -1,10 +1,12 @@
 #include "app/MainWindow.h"
 
+#include "app/ActionBuilder.h"
 #include "app/AppSettings.h"
 #include "app/DialogConfig.h"
 #include "app/LogLoadTask.h"
 #include "app/PlaybackBar.h"
 #include "app/RecordingController.h"
+#include "app/RecordingIndicator.h"
 #include "app/SensorTableBridge.h"
 #include "database/DataFolderCheck.h"
 #include "database/DatabaseManager.h"
@@ -17,16 +19,17 @@
 #include "link/TelemetryDecoder.h"
 #include "telemetry/LogFileWriter.h"
 #include "telemetry/TelemetryData.h"
-#include "widgets/sensors/DialogKMLExport.h"
-#include "widgets/models/DialogLoadLog.h"
-#include "widgets/table/WidgetDataTable.h"
 #include "widgets/graph/WidgetGraph.h"
 #include "widgets/graph/WidgetGraphExport.h"
-#include "widgets/sensors/WidgetLogSensors.h"
+#include "widgets/layout/Prompter.h"
 #include "widgets/layout/WidgetManager.h"
-#include "widgets/models/WidgetModel.h"
 #include "widgets/layout/WindowHub.h"
 #include "widgets/layout/WindowTypes.h"
+#include "widgets/models/DialogLoadLog.h"
+#include "widgets/models/WidgetModel.h"
+#include "widgets/sensors/DialogKMLExport.h"
+#include "widgets/sensors/WidgetLogSensors.h"
+#include "widgets/table/WidgetDataTable.h"
 
 #include <QAction>
 #include <QApplication>
@@ -34,7 +37,6 @@
 #include <QDebug>
 #include <QDesktopServices>
 #include <QDir>
-#include <QFileDialog>
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QLabel>
@@ -43,8 +45,6 @@
 #include <QMimeData>
 #include <QProcess>
 #include <QProgressDialog>
-#include <QPushButton>
-#include <QSaveFile>
 #include <QScreen>
 #include <QStatusBar>
 #include <QTimer>
@@ -93,12 +93,12 @@ MainWindow::MainWindow(AppSettings *settings, Logger *logger, QWidget *parent)
             [this](long t) { m_store->removeDataAfterTimestamp(t); });
     connect(m_hub, &WindowHub::undoCutRequest, m_store, &TelemetryData::undoCut);
     connect(m_hub, &WindowHub::GPSExport, this,
-            [this] { DialogKMLExport::exportTrack(m_store->sensors(), this); });
+            [this] { DialogKMLExport::exportTrack(m_store->sensors(), this, prompter()); });
 
     m_recording = new RecordingController(m_store, m_decoder, m_library,
                                           QDir(data).filePath(QStringLiteral("Recordings")), this, this);
     // A model that is gone (deleted by another tool) is not active.
-    const int savedModel = m_settings->number(QStringLiteral("Model-ID"));
+    const int savedModel = m_settings->number(AppSettings::kModelId);
     m_activeModel = savedModel >= 0 && !m_library->modelName(savedModel).isEmpty() ? savedModel : -1;
     m_recording->setActiveModel(m_activeModel);
     connect(m_recording, &RecordingController::logStored, this, &MainWindow::logStoredInDatabase);
@@ -111,7 +111,7 @@ MainWindow::MainWindow(AppSettings *settings, Logger *logger, QWidget *parent)
     createActions();
     createStatusBar();
     m_defaultState = saveState();
-    if (!restoreGeometry(m_settings->bytes(QStringLiteral("Win-Size")))) {
+    if (!restoreGeometry(m_settings->bytes(AppSettings::kWindowSize))) {
         // First start: most of the screen, so the seven windows of the default layout have room.
         const QRect screen = QGuiApplication::primaryScreen()
                                  ? QGuiApplication::primaryScreen()->availableGeometry()
@@ -119,7 +119,7 @@ MainWindow::MainWindow(AppSettings *settings, Logger *logger, QWidget *parent)
         resize(screen.size() * 0.85);
         move(screen.center() - rect().center());
     }
-    restoreState(m_settings->bytes(QStringLiteral("Win-State")));
+    restoreState(m_settings->bytes(AppSettings::kWindowState));
     m_link->start();
     applySavedPort();
 }
@@ -137,35 +137,42 @@ MainWindow::~MainWindow()
 // their type keys.
 void MainWindow::registerWindows()
 {
-    m_manager->registerType(WindowTypes::key(WindowTypes::Sensors),
-                            [](WidgetManager *) { return new WidgetLogSensors; });
+    m_manager->registerWindow(
+        WindowTypes::key(WindowTypes::Sensors), [](WidgetManager *) { return new WidgetLogSensors; },
+        &WidgetLogSensors::wire);
     WidgetDataTable::registerWith(m_manager);
-    m_manager->registerType(WindowTypes::key(WindowTypes::Graph), [this](WidgetManager *m) {
-        auto *graph = new WidgetGraph(m->telemetry(), m_sensorBridge);
-        graph->setExportSettings(
-            [this] {
-                return WidgetGraphExport::Settings{m_settings->text(QStringLiteral("Bmp-Export-Path")),
-                                                   m_settings->number(QStringLiteral("Bmp-Export-Width")),
-                                                   m_settings->number(QStringLiteral("Bmp-Export-Height"))};
-            },
-            [this](const WidgetGraphExport::Settings &s) {
-                m_settings->setValue(QStringLiteral("Bmp-Export-Path"), s.path);
-                m_settings->setValue(QStringLiteral("Bmp-Export-Width"), s.width);
-                m_settings->setValue(QStringLiteral("Bmp-Export-Height"), s.height);
+    m_manager->registerWindow(
+        WindowTypes::key(WindowTypes::Graph),
+        [this](WidgetManager *m) {
+            auto *graph = new WidgetGraph(m->telemetry(), m_sensorBridge);
+            graph->setExportSettings(
+                [this] {
+                    return WidgetGraphExport::Settings{m_settings->text(AppSettings::kImagePath),
+                                                       m_settings->number(AppSettings::kImageWidth),
+                                                       m_settings->number(AppSettings::kImageHeight)};
+                },
+                [this](const WidgetGraphExport::Settings &s) {
+                    m_settings->setValue(AppSettings::kImagePath, s.path);
+                    m_settings->setValue(AppSettings::kImageWidth, s.width);
+                    m_settings->setValue(AppSettings::kImageHeight, s.height);
+                });
+            return graph;
+        },
+        &WidgetGraph::wire);
+    m_manager->registerWindow(
+        WindowTypes::key(WindowTypes::Models),
+        [this](WidgetManager *) {
+            auto *models = new WidgetModel(m_database, m_library, m_store);
+            models->selectModel(m_activeModel);
+            models->setOpenGuard([this](const QString &name) {
+                return m_recording->settleBeforeReplacing(tr("open %1").arg(name));
             });
-        return graph;
-    });
-    m_manager->registerType(WindowTypes::key(WindowTypes::Models), [this](WidgetManager *) {
-        auto *models = new WidgetModel(m_database, m_library, m_store);
-        models->selectModel(m_activeModel);
-        models->setOpenGuard([this](const QString &name) {
-            return m_recording->settleBeforeReplacing(tr("open %1").arg(name));
-        });
-        connect(models, &WidgetModel::modelActivated, this, &MainWindow::activateModel);
-        connect(models, &WidgetModel::modelDeleted, this, &MainWindow::modelDeleted);
-        connect(this, &MainWindow::logStoredInDatabase, models, &WidgetModel::reload);
-        return models;
-    });
+            connect(models, &WidgetModel::modelActivated, this, &MainWindow::activateModel);
+            connect(models, &WidgetModel::modelDeleted, this, &MainWindow::modelDeleted);
+            connect(this, &MainWindow::logStoredInDatabase, models, &WidgetModel::reload);
+            return models;
+        },
+        &WidgetModel::wire);
 }
 
 // Another model chosen in the models window. The swap waits until no menu or dialog is open: selecting
@@ -199,12 +206,12 @@ void MainWindow::switchToModel(int modelId)
         m_manager->saveSessionForModel(m_activeModel, this);
     } else if (m_manager->layoutChangedSinceLoad()) {
         // The arrangement belongs to no model yet: the model's own would replace it without a trace.
-        const QMessageBox::StandardButton answer = m_manager->showMessage(
-            this, QMessageBox::Question, tr("Layout"),
+        const QMessageBox::StandardButton answer = prompter()->question(
+            this, tr("Layout"),
             tr("<b>Keep the current arrangement of windows?</b><br>Model %1 brings its own layout. Save the "
                "current one as a named layout first?")
                 .arg(m_library->modelName(modelId).toHtmlEscaped()),
-            QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel);
+            QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel, QMessageBox::Yes);
         if (answer == QMessageBox::Cancel) {
             for (QWidget *w : m_manager->widgets()) {
                 if (auto *models = qobject_cast<WidgetModel *>(w))
@@ -223,7 +230,7 @@ void MainWindow::setActiveModel(int modelId)
 {
     m_activeModel = modelId;
     m_recording->setActiveModel(modelId);
-    m_settings->setValue(QStringLiteral("Model-ID"), modelId);
+    m_settings->setValue(AppSettings::kModelId, modelId);
 }
 
 void MainWindow::modelDeleted(int modelId)
@@ -256,13 +263,13 @@ void MainWindow::connectSerial()
 // A saved port that is present is opened; otherwise the adapter search looks for one.
 void MainWindow::applySavedPort()
 {
-    const QString port = m_settings->text(QStringLiteral("Port"));
+    const QString port = m_settings->text(AppSettings::kPort);
     if (!port.isEmpty() && SerialPlatform::portExists(port))
         QMetaObject::invokeMethod(m_link->wrapper(), "setSerialPort", Qt::QueuedConnection,
                                   Q_ARG(QString, port));
     else
         QMetaObject::invokeMethod(m_link->wrapper(), "findDefaultSerialPort", Qt::QueuedConnection);
-    const QString joystick = m_settings->text(QStringLiteral("Joy-GUID"));
+    const QString joystick = m_settings->text(AppSettings::kJoystick);
     if (!joystick.isEmpty())
         QMetaObject::invokeMethod(m_link->wrapper(), "setJoystick", Qt::QueuedConnection,
                                   Q_ARG(QString, joystick));
@@ -270,168 +277,129 @@ void MainWindow::applySavedPort()
 
 void MainWindow::createActions()
 {
-    const auto make = [this](const QString &text, const QKeySequence &key = QKeySequence(),
-                             const QString &tip = QString()) {
-        auto *a = new QAction(text, this);
-        if (!key.isEmpty())
-            a->setShortcut(key);
-        if (!tip.isEmpty())
-            a->setStatusTip(tip);
-        return a;
-    };
-    QMenu *file = menuBar()->addMenu(tr("File"));
-    QAction *open = make(tr("Open log file"), QKeySequence(tr("Ctrl+O")), tr("Select & open log file"));
-    QAction *close = make(tr("Close log file"), QKeySequence(tr("Ctrl+F4")));
-    QAction *exportLogAction = make(tr("Export log file"));
-    // One step back after cutting the recording in a graph, until the log is stored or closed.
-    QAction *undoCut = make(tr("Undo cut"), QKeySequence(QKeySequence::Undo), tr("Take the last cut back"));
+    const ActionBuilder build(this);
+    QList<QAction *> file;
+    build.menu(
+        menuBar(), tr("File"),
+        {{tr("Open log file"), QKeySequence(tr("Ctrl+O")), tr("Select & open log file"),
+          [this] { openLogDialog(); }},
+         {tr("Close log file"), QKeySequence(tr("Ctrl+F4")), {}, [this] { closeLog(); }},
+         {tr("Export log file"), {}, {}, [this] { exportLog(); }},
+         {tr("Load log files..."),
+          {},
+          tr("Keep log files, or the open log, under a model"),
+          [this] { storeLogsUnderModel(); }},
+         // One step back after cutting the recording in a graph, until the log is stored or closed.
+         {tr("Undo cut"), QKeySequence::Undo, tr("Take the last cut back"), [this] { m_store->undoCut(); }},
+         {},
+         {tr("Configuration..."), {}, tr("Opens configuraiton dialog"), [this] { showConfiguration(); }},
+         {},
+         {tr("Exit"), QKeySequence(tr("Ctrl+Q")), tr("Exits the application"), [this] { close(); }}},
+        &file);
+    QAction *undoCut = file.at(4);
     undoCut->setEnabled(m_store->canUndoCut());
-    QAction *storeLogs =
-        make(tr("Load log files..."), QKeySequence(), tr("Keep log files, or the open log, under a model"));
-    QAction *config = make(tr("Configuration..."), QKeySequence(), tr("Opens configuraiton dialog"));
-    QAction *exit = make(tr("Exit"), QKeySequence(tr("Ctrl+Q")), tr("Exits the application"));
-    file->addActions({open, close, exportLogAction, storeLogs, undoCut});
-    file->addSeparator();
-    file->addAction(config);
-    file->addSeparator();
-    file->addAction(exit);
-    connect(open, &QAction::triggered, this, &MainWindow::openLogDialog);
-    connect(close, &QAction::triggered, this, &MainWindow::closeLog);
-    connect(exportLogAction, &QAction::triggered, this, &MainWindow::exportLog);
-    connect(storeLogs, &QAction::triggered, this, &MainWindow::storeLogsUnderModel);
-    connect(undoCut, &QAction::triggered, m_store, &TelemetryData::undoCut);
     connect(m_store, &TelemetryData::undoCutAvailable, undoCut, &QAction::setEnabled);
-    connect(config, &QAction::triggered, this, &MainWindow::showConfiguration);
-    connect(exit, &QAction::triggered, this, &QWidget::close);
 
-    QMenu *layout = menuBar()->addMenu(tr("Layout"));
-    QAction *resetBars =
-        make(tr("Reset toolbars"), QKeySequence(), tr("Reset toolbars to the default state"));
-    QAction *saveLayout = make(tr("Save layout"));
-    QAction *loadLayout = make(tr("Load layout"));
-    QAction *exportLayout = make(tr("Export layout..."), QKeySequence(), tr("Export current layout to file"));
-    QAction *importLayout = make(tr("Import layout..."), QKeySequence(), tr("Import layout from file"));
-    layout->addActions({saveLayout, loadLayout, exportLayout, importLayout});
-    layout->addSeparator();
-    layout->addAction(resetBars);
-    connect(resetBars, &QAction::triggered, this, &MainWindow::resetToolbars);
-    connect(saveLayout, &QAction::triggered, m_manager, [this] { m_manager->saveLayoutToDatabase(this); });
-    connect(loadLayout, &QAction::triggered, m_manager, [this] { m_manager->loadLayoutFromDatabase(this); });
-    connect(exportLayout, &QAction::triggered, this, &MainWindow::saveLayoutToFile);
-    connect(importLayout, &QAction::triggered, this, &MainWindow::importLayoutFromFile);
+    build.menu(
+        menuBar(), tr("Layout"),
+        {{tr("Save layout"), {}, {}, [this] { m_manager->saveLayoutToDatabase(this); }},
+         {tr("Load layout"), {}, {}, [this] { m_manager->loadLayoutFromDatabase(this); }},
+         {tr("Export layout..."),
+          {},
+          tr("Export current layout to file"),
+          [this] { m_manager->exportLayoutToFile(this, m_settings->text(AppSettings::kExportDir)); }},
+         {tr("Import layout..."),
+          {},
+          tr("Import layout from file"),
+          [this] { m_manager->importLayoutFromFile(this, m_settings->text(AppSettings::kOpenDir)); }},
+         {},
+         {tr("Reset toolbars"), {}, tr("Reset toolbars to the default state"), [this] { resetToolbars(); }}});
 
-    QMenu *tools = menuBar()->addMenu(tr("Tools"));
-    const QString later = tr("This tool is not part of this version of Vexo Studio yet.");
-    for (const QString &name :
-         {tr("Device Updater"), tr("VEXOBOX Maxi"), tr("RGPS Import"), tr("Transmitter Wizard")}) {
-        QAction *a = tools->addAction(name);
-        connect(a, &QAction::triggered, this,
-                [this, name, later] { QMessageBox::information(this, name, later); });
-    }
-    QAction *emulator = tools->addAction(tr("HC/HS-8 Emulator"));
-    connect(emulator, &QAction::triggered, this, &MainWindow::startEmulator);
+    const auto notYet = [this](const QString &name) {
+        return MenuEntry{name, {}, {}, [this, name] {
+                             prompter()->information(
+                                 this, name, tr("This tool is not part of this version of Vexo Studio yet."));
+                         }};
+    };
+    build.menu(menuBar(), tr("Tools"),
+               {notYet(tr("Device Updater")),
+                notYet(tr("VEXOBOX Maxi")),
+                notYet(tr("RGPS Import")),
+                notYet(tr("Transmitter Wizard")),
+                {tr("HC/HS-8 Emulator"), {}, {}, [this] { startEmulator(); }}});
 
-    QMenu *playback = menuBar()->addMenu(tr("Playback"));
     m_playback = new PlaybackBar(this);
     connect(m_playback->timer(), &QTimer::timeout, this, &MainWindow::playTimerTick);
     connect(m_playback, &PlaybackBar::positionChanged, m_manager, &WidgetManager::setPlaybackTime);
-    const auto playbackAction = [&](const QString &text, const QKeySequence &key,
-                                    void (PlaybackBar::*slot)()) {
-        QAction *a = make(text, key);
-        playback->addAction(a);
-        connect(a, &QAction::triggered, m_playback, slot);
-        return a;
-    };
-    playbackAction(tr("Play/Pause"), QKeySequence(Qt::Key_Space), &PlaybackBar::playPause);
-    playbackAction(tr("Stop"), QKeySequence(), &PlaybackBar::stop);
-    playbackAction(tr("Increase Rate"), QKeySequence(tr("Ctrl+Up")), &PlaybackBar::increaseRate);
-    playbackAction(tr("Decrease Rate"), QKeySequence(tr("Ctrl+Down")), &PlaybackBar::decreaseRate);
-    playbackAction(tr("Reset Rate"), QKeySequence(tr("Ctrl+R")), &PlaybackBar::resetRate);
-    playbackAction(tr("Next Step"), QKeySequence(tr("Ctrl+Right")), &PlaybackBar::nextStep);
-    playbackAction(tr("Previous Step"), QKeySequence(tr("Ctrl+Left")), &PlaybackBar::previousStep);
-    playback->addSeparator();
+    QList<QAction *> playback;
+    build.menu(
+        menuBar(), tr("Playback"),
+        {{tr("Play/Pause"), QKeySequence(Qt::Key_Space), {}, [this] { m_playback->playPause(); }},
+         {tr("Stop"), {}, {}, [this] { m_playback->stop(); }},
+         {tr("Increase Rate"), QKeySequence(tr("Ctrl+Up")), {}, [this] { m_playback->increaseRate(); }},
+         {tr("Decrease Rate"), QKeySequence(tr("Ctrl+Down")), {}, [this] { m_playback->decreaseRate(); }},
+         {tr("Reset Rate"), QKeySequence(tr("Ctrl+R")), {}, [this] { m_playback->resetRate(); }},
+         {tr("Next Step"), QKeySequence(tr("Ctrl+Right")), {}, [this] { m_playback->nextStep(); }},
+         {tr("Previous Step"), QKeySequence(tr("Ctrl+Left")), {}, [this] { m_playback->previousStep(); }},
+         {},
+         {tr("Start Real-Time Recording"),
+          QKeySequence(tr("Ctrl+Shift+R")),
+          {},
+          [this] { m_recording->toggle(); }}},
+        &playback);
     // One shortcut starts and stops: checked while recording.
-    m_recordAction = make(tr("Start Real-Time Recording"), QKeySequence(tr("Ctrl+Shift+R")));
-    m_recordAction->setCheckable(true);
-    playback->addAction(m_recordAction);
-    connect(m_recordAction, &QAction::triggered, m_recording, &RecordingController::toggle);
-    connect(m_recording, &RecordingController::stateChanged, this, &MainWindow::recordingStateChanged);
+    QAction *record = playback.constLast();
+    record->setCheckable(true);
+    connect(m_recording, &RecordingController::stateChanged, record, [this, record] {
+        const bool on = m_recording->isRecording();
+        record->setChecked(on);
+        record->setText(on ? tr("Stop Real-Time Recording") : tr("Start Real-Time Recording"));
+    });
 
     m_recordBar = addToolBar(tr("Telemetry recording controls"));
     m_recordBar->setObjectName(QStringLiteral("Recording-Toolbar"));
-    QAction *recStart =
-        m_recordBar->addAction(QIcon(QStringLiteral(":/Icons/Program/Resources/play_rec32x32.png")),
-                               tr("Start real-time telemetry"));
-    QAction *recPause = m_recordBar->addAction(
-        QIcon(QStringLiteral(":/Icons/Program/Resources/pause32x32.png")), tr("Pause real-time telemetry"));
-    QAction *recStop = m_recordBar->addAction(
-        QIcon(QStringLiteral(":/Icons/Program/Resources/stop32x32.png")), tr("Stop real-time telemetry"));
-    connect(recStart, &QAction::triggered, m_recording, &RecordingController::start);
-    connect(recPause, &QAction::triggered, m_recording, &RecordingController::pause);
-    connect(recStop, &QAction::triggered, m_recording, &RecordingController::stop);
+    const auto tool = [this](const char *icon, const QString &text, void (RecordingController::*slot)()) {
+        QAction *a = m_recordBar->addAction(
+            QIcon(QStringLiteral(":/Icons/Program/Resources/") + QLatin1String(icon)), text);
+        connect(a, &QAction::triggered, m_recording, slot);
+    };
+    tool("play_rec32x32.png", tr("Start real-time telemetry"), &RecordingController::start);
+    tool("pause32x32.png", tr("Pause real-time telemetry"), &RecordingController::pause);
+    tool("stop32x32.png", tr("Stop real-time telemetry"), &RecordingController::stop);
     addToolBar(m_playback);
 
-    QMenu *help = menuBar()->addMenu(tr("Help"));
-    QAction *updates = help->addAction(tr("Check for updates"));
-    QAction *contents = help->addAction(tr("Help contents"));
-    QAction *changelog = help->addAction(tr("Changelog"));
-    QAction *about = help->addAction(tr("About"));
-    connect(updates, &QAction::triggered, this, &MainWindow::checkForUpdates);
-    connect(contents, &QAction::triggered, this,
-            [this] { openHelpFile(QStringLiteral("index-en.html"), "Help file not found:"); });
-    connect(changelog, &QAction::triggered, this,
-            [this] { openHelpFile(QStringLiteral("changelog-en.html"), "Changelog file not found:"); });
-    connect(about, &QAction::triggered, this, &MainWindow::showAbout);
+    build.menu(menuBar(), tr("Help"),
+               {{tr("Check for updates"), {}, {}, [this] { checkForUpdates(); }},
+                {tr("Help contents"),
+                 {},
+                 {},
+                 [this] { openHelpFile(QStringLiteral("index-en.html"), "Help file not found:"); }},
+                {tr("Changelog"),
+                 {},
+                 {},
+                 [this] { openHelpFile(QStringLiteral("changelog-en.html"), "Changelog file not found:"); }},
+                {tr("About"), {}, {}, [this] { showAbout(); }}});
 }
 
 void MainWindow::createStatusBar()
 {
-    m_recordingText = new QLabel(this);
-    m_recordingText->setObjectName(QStringLiteral("recordingStatus"));
-    m_recordingText->setStyleSheet(QStringLiteral("QLabel { color: #c00000; font-weight: bold; }"));
-    m_recordingText->hide();
     m_serialIcon = new QLabel(this);
     m_serialText = new QLabel(this);
-    statusBar()->addPermanentWidget(m_recordingText);
+    statusBar()->addPermanentWidget(new RecordingIndicator(m_recording, this));
     statusBar()->addPermanentWidget(m_serialIcon);
     statusBar()->addPermanentWidget(m_serialText);
     serialStatusChanged(false);
-    m_recordingClock = new QTimer(this);
-    m_recordingClock->setInterval(500);
-    connect(m_recordingClock, &QTimer::timeout, this, &MainWindow::updateRecordingStatus);
 }
 
-void MainWindow::recordingStateChanged()
+Prompter *MainWindow::prompter() const
 {
-    const bool on = m_recording->isRecording();
-    m_recordAction->setChecked(on);
-    m_recordAction->setText(on ? tr("Stop Real-Time Recording") : tr("Start Real-Time Recording"));
-    m_recordingText->setVisible(on);
-    if (on)
-        m_recordingClock->start();
-    else
-        m_recordingClock->stop();
-    updateRecordingStatus();
+    return m_manager->prompter();
 }
 
-void MainWindow::updateRecordingStatus()
+void MainWindow::setPrompter(Prompter *prompter)
 {
-    if (!m_recording->isRecording())
-        return;
-    const bool paused = m_recording->state() == RecordingController::Paused;
-    m_recordingText->setText(
-        tr("%1 %2  %3  %4 samples")
-            .arg(QChar(0x25CF), paused ? tr("PAUSED") : tr("REC"), formatDuration(m_recording->elapsedMs()))
-            .arg(m_recording->sampleCount()));
-}
-
-QString MainWindow::formatDuration(qint64 ms)
-{
-    const qint64 s = ms / 1000;
-    return QStringLiteral("%1:%2:%3")
-        .arg(s / 3600, 2, 10, QLatin1Char('0'))
-        .arg(s / 60 % 60, 2, 10, QLatin1Char('0'))
-        .arg(s % 60, 2, 10, QLatin1Char('0'));
+    m_manager->setPrompter(prompter);
+    m_recording->setPrompter(prompter);
 }
 
 void MainWindow::serialStatusChanged(bool open)
@@ -464,10 +432,8 @@ void MainWindow::serialErrorHandler()
         statusBar()->showMessage(said);
         text = QStringLiteral("<b>%1</b><br><br>%2").arg(said.toHtmlEscaped(), detail);
     }
-    QMessageBox box(QMessageBox::Critical, tr("Critical Error"), text, QMessageBox::Ok, this);
-    QPushButton *reconnect = box.addButton(tr("Reconnect"), QMessageBox::AcceptRole);
-    box.exec();
-    if (box.clickedButton() == reconnect)
+    if (prompter()->choose(this, QMessageBox::Critical, tr("Critical Error"), text,
+                           {tr("Reconnect"), tr("OK")}, 1) == 0)
         applySavedPort();
 }
 
@@ -497,12 +463,12 @@ void MainWindow::openLogDialog()
     QStringList patterns;
     for (const QString &e : TelemetryData::supportedExtensions())
         patterns << QStringLiteral("*.") + e;
-    const QString path = QFileDialog::getOpenFileName(
-        this, tr("Open Vexo HC/HS log file"), m_settings->text(QStringLiteral("Opendir")),
-        tr("Log files (%1);;All files(*.*)").arg(patterns.join(QLatin1Char(' '))));
+    const QString path =
+        prompter()->openFile(this, tr("Open Vexo HC/HS log file"), m_settings->text(AppSettings::kOpenDir),
+                             tr("Log files (%1);;All files(*.*)").arg(patterns.join(QLatin1Char(' '))));
     if (path.isEmpty())
         return;
-    m_settings->setValue(QStringLiteral("Opendir"), QFileInfo(path).absolutePath());
+    m_settings->setValue(AppSettings::kOpenDir, QFileInfo(path).absolutePath());
     openLog(path);
 }
 
@@ -532,12 +498,8 @@ void MainWindow::logFinished(bool ok, const TelemetryDataPackage &package, const
     }
     if (m_closing)
         return;
-    // The sensor rows the reader met for the first time, in one transaction.
-    if (m_database->isOpen() && m_database->beginTransaction()) {
-        m_sensorBridge->flushPending();
-        if (!m_database->commitTransaction())
-            m_database->rollbackTransaction();
-    }
+    // The sensor rows the reader met for the first time.
+    m_sensorBridge->flushPending();
     if (ok) {
         m_store->setPackage(package);
         m_playback->setLength(ModelLibrary::lengthOf(package));
@@ -548,14 +510,14 @@ void MainWindow::logFinished(bool ok, const TelemetryDataPackage &package, const
             // Part of the file could not be read: what is shown is not the whole flight.
             m_logger->write(QStringLiteral("LOG"), warning);
             statusBar()->showMessage(tr("Loaded with damage: %1").arg(warning));
-            m_manager->showMessage(this, QMessageBox::Warning, tr("Damaged log file"),
-                                   tr("<b>Part of the log file could not be read.</b><br>What could be read "
-                                      "is shown.<ul><li>%1</li></ul>")
-                                       .arg(warning.toHtmlEscaped()));
+            prompter()->warning(this, tr("Damaged log file"),
+                                tr("<b>Part of the log file could not be read.</b><br>What could be read "
+                                   "is shown.<ul><li>%1</li></ul>")
+                                    .arg(warning.toHtmlEscaped()));
         }
     } else if (!error.isEmpty()) {
-        QMessageBox::critical(this, tr("Error"),
-                              tr("<b>Unable to load the logfile:</b><ul><li>%1</li></ul>").arg(error));
+        prompter()->error(this, tr("Error"),
+                          tr("<b>Unable to load the logfile:</b><ul><li>%1</li></ul>").arg(error));
     }
     emit logLoaded(ok);
 }
@@ -570,17 +532,16 @@ void MainWindow::closeLog()
 
 void MainWindow::exportLog()
 {
-    const QString path = LogFileWriter::withLogSuffix(QFileDialog::getSaveFileName(
-        this, tr("Save as Log file"), m_settings->text(QStringLiteral("Exportdir")),
-        tr("LOG files (*.log);;All files(*.*)")));
+    const QString path = LogFileWriter::withLogSuffix(
+        prompter()->saveFile(this, tr("Save as Log file"), m_settings->text(AppSettings::kExportDir),
+                             tr("LOG files (*.log);;All files(*.*)")));
     if (path.isEmpty())
         return;
-    m_settings->setValue(QStringLiteral("Exportdir"), QFileInfo(path).absolutePath());
+    m_settings->setValue(AppSettings::kExportDir, QFileInfo(path).absolutePath());
     QString error;
     if (!LogFileWriter::writeFile(m_store->package(), path, &error)) {
         qWarning().noquote() << "Export log file:" << error;
-        QMessageBox::critical(this, tr("Error"),
-                              tr("<b>Unable to export log file</b><br>Error writing to disk"));
+        prompter()->error(this, tr("Error"), tr("<b>Unable to export log file</b><br>Error writing to disk"));
     }
 }
 
@@ -589,6 +550,7 @@ void MainWindow::storeLogsUnderModel()
     // A log opened from the database is stored already; offering it again would make a copy.
     const TelemetryDataPackage *open = m_store->storedLogId() < 0 ? &m_store->package() : nullptr;
     DialogLoadLog dialog(m_library, m_activeModel, {}, open, this);
+    dialog.setPrompter(prompter());
     connect(&dialog, &DialogLoadLog::logsStored, this, [this] { emit logStoredInDatabase(-1); });
     dialog.exec();
 }
@@ -600,11 +562,13 @@ void MainWindow::showStartupReport()
     const QString items =
         m_startupReport.message.toHtmlEscaped().replace(QLatin1Char('\n'), QStringLiteral("</li><li>"));
     const bool error = m_startupReport.severity == StartupReport::Error;
-    m_manager->showMessage(this, error ? QMessageBox::Critical : QMessageBox::Warning, tr("Data folder"),
-                           (error
-                                ? tr("<b>Your work in this session cannot be saved:</b><ul><li>%1</li></ul>")
+    const QString text = (error ? tr("<b>Your work in this session cannot be saved:</b><ul><li>%1</li></ul>")
                                 : tr("<b>The data folder needs attention:</b><ul><li>%1</li></ul>"))
-                               .arg(items));
+                             .arg(items);
+    if (error)
+        prompter()->error(this, tr("Data folder"), text);
+    else
+        prompter()->warning(this, tr("Data folder"), text);
 }
 
 void MainWindow::restoreSession()
@@ -623,18 +587,8 @@ bool MainWindow::applyDefaultLayout()
     QString error;
     if (m_manager->loadLayout(DefaultLayout::document(), &error))
         return true;
-    QMessageBox::critical(this, tr("Layout error"), tr("<b>Unable to import default layout file</b>"));
+    prompter()->error(this, tr("Layout error"), tr("<b>Unable to import default layout file</b>"));
     return false;
-}
-
-void MainWindow::saveLayoutToFile()
-{
-    m_manager->exportLayoutToFile(this, m_settings->text(QStringLiteral("Exportdir")));
-}
-
-void MainWindow::importLayoutFromFile()
-{
-    m_manager->importLayoutFromFile(this, m_settings->text(QStringLiteral("Opendir")));
 }
 
 void MainWindow::showConfiguration()
@@ -650,7 +604,7 @@ void MainWindow::openHelpFile(const QString &file, const char *missingMessage)
     const QString path = programFolder() + QStringLiteral("/Help/") + file;
     if (!QFileInfo::exists(path)) {
         qDebug().noquote() << missingMessage << path;
-        QMessageBox::information(this, tr("Help"), tr("The help file %1 is not installed.").arg(path));
+        prompter()->information(this, tr("Help"), tr("The help file %1 is not installed.").arg(path));
         return;
     }
     QDesktopServices::openUrl(QUrl(QStringLiteral("file:///") + path));
@@ -660,7 +614,7 @@ void MainWindow::startEmulator()
 {
     const QString program = programFolder() + QStringLiteral("/hc-sim/hc-sim");
     if (!QFileInfo(program).isExecutable()) {
-        QMessageBox::information(
+        prompter()->information(
             this, tr("HC/HS-8 Emulator"),
             tr("The transmitter emulator is not installed: %1 was not found.").arg(program));
         return;
@@ -673,14 +627,14 @@ void MainWindow::startEmulator()
 
 void MainWindow::checkForUpdates()
 {
-    QMessageBox::information(this, tr("Vexo Studio Update"),
-                             tr("<b>Update not available: </b><ul><li>%1</li></ul>")
-                                 .arg(tr("this build has no update service configured")));
+    prompter()->information(this, tr("Vexo Studio Update"),
+                            tr("<b>Update not available: </b><ul><li>%1</li></ul>")
+                                .arg(tr("this build has no update service configured")));
 }
 
 void MainWindow::showAbout()
 {
-    QMessageBox::about(
+    prompter()->information(
         this, tr("About"),
         tr("<h3>Vexo Studio</h3><p>V %1</p><p>Vexo Telemetry<br>Workstation for radio-controlled "
            "model telemetry</p><p>Qt %2, built %3</p>")
@@ -714,16 +668,16 @@ void MainWindow::closeEvent(QCloseEvent *event)
     m_loader->stop();
     QString error;
     if (!saveSession(&error))
-        QMessageBox::critical(
+        prompter()->error(
             this, tr("Error"),
             tr("<b>Unable to save session for the current model:</b><ul><li>%1</li></ul>").arg(error));
     if (!m_database->isOpen())
-        QMessageBox::warning(this, tr("Error while closing"), tr("Unable to save application data"));
-    m_settings->setBytes(QStringLiteral("Win-Size"), saveGeometry());
-    m_settings->setBytes(QStringLiteral("Win-State"), saveState());
-    m_settings->setValue(QStringLiteral("Model-ID"), m_activeModel);
+        prompter()->warning(this, tr("Error while closing"), tr("Unable to save application data"));
+    m_settings->setBytes(AppSettings::kWindowSize, saveGeometry());
+    m_settings->setBytes(AppSettings::kWindowState, saveState());
+    m_settings->setValue(AppSettings::kModelId, m_activeModel);
     if (!m_settings->save(QDir(AppSettings::dataFolder()).filePath(AppSettings::fileName())))
-        QMessageBox::warning(
+        prompter()->warning(
             this, tr("Error while closing"),
             tr("Unable to save configuration") +
                 QStringLiteral("<ul><li>%1</li></ul>").arg(m_settings->lastError().toHtmlEscaped()));

@@ -15,6 +15,7 @@ class LogLoadTask;
 class Logger;
 class ModelLibrary;
 class PlaybackBar;
+class Prompter;
 class QAction;
 class QLabel;
 class QTimer;
@@ -43,11 +44,12 @@ public:
     WidgetManager *windowManager() const { return m_manager; }
     RecordingController *recording() const { return m_recording; }
     ModelLibrary *library() const { return m_library; }
+    // How the window and its parts ask the user; tests hand in a scripted one.
+    Prompter *prompter() const;
+    void setPrompter(Prompter *prompter);
     int activeModel() const { return m_activeModel; }
     // The model recordings are filed under and whose layout is saved at close (-1: none).
     void setActiveModel(int modelId);
-    // "hh:mm:ss" for a duration.
-    static QString formatDuration(qint64 ms);
     // Applies the default layout; false (after the layout error box) when it cannot be read.
     bool applyDefaultLayout();
     // The active model's layout, or the default one when there is none.
@@ -82,8 +84,6 @@ private:
     void activateModel(int modelId);
     void switchToModel(int modelId);
     void modelDeleted(int modelId);
-    void recordingStateChanged();
-    void updateRecordingStatus();
     void createActions();
     void createStatusBar();
     void connectSerial();
@@ -94,8 +94,6 @@ private:
     void storeLogsUnderModel();
     void logFinished(bool ok, const TelemetryDataPackage &package, const QString &error, const QString &path,
                      const QString &warning);
-    void saveLayoutToFile();
-    void importLayoutFromFile();
     void showConfiguration();
     void openHelpFile(const QString &file, const char *missingMessage);
     void startEmulator();
@@ -120,9 +118,6 @@ private:
     QToolBar *m_recordBar = nullptr;
     LogLoadTask *m_loader = nullptr;
     QPointer<QProgressDialog> m_progress;
-    QAction *m_recordAction = nullptr;
-    QLabel *m_recordingText = nullptr;
-    QTimer *m_recordingClock = nullptr;
     QLabel *m_serialIcon = nullptr;
     QLabel *m_serialText = nullptr;
     QProcess *m_emulator = nullptr;

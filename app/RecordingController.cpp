@@ -5,6 +5,7 @@
 #include "link/TelemetryDecoder.h"
 #include "telemetry/LogFileWriter.h"
 #include "telemetry/TelemetryData.h"
+#include "widgets/layout/Prompter.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -25,19 +26,6 @@ qint64 RecordingController::elapsedMs() const
 qint64 RecordingController::sampleCount() const
 {
     return m_state == Idle ? 0 : m_store->package().sampleCount();
-}
-
-QMessageBox::StandardButton RecordingController::ask(QMessageBox::Icon icon, const QString &title,
-                                                     const QString &text,
-                                                     QMessageBox::StandardButtons buttons,
-                                                     QMessageBox::StandardButton defaultButton)
-{
-    if (m_ask)
-        return m_ask(icon, title, text, buttons, defaultButton);
-    QMessageBox box(icon, title, text, buttons, m_dialogParent);
-    box.setTextFormat(Qt::RichText);
-    box.setDefaultButton(defaultButton);
-    return QMessageBox::StandardButton(box.exec());
 }
 
 void RecordingController::setState(State state)
@@ -87,17 +75,17 @@ void RecordingController::stop()
     if (m_state == Idle)
         return;
     if (!finish()) {
-        ask(QMessageBox::Critical, tr("Error"),
-            tr("<b>Unable to store the recording:</b><ul><li>%1</li></ul>").arg(m_lastError.toHtmlEscaped()),
-            QMessageBox::Ok, QMessageBox::Ok);
+        m_prompter->error(
+            m_dialogParent, tr("Error"),
+            tr("<b>Unable to store the recording:</b><ul><li>%1</li></ul>").arg(m_lastError.toHtmlEscaped()));
         return;
     }
     if (m_lastLogId < 0 && !m_lastWhere.isEmpty())
-        ask(QMessageBox::Information, tr("Recording"),
+        m_prompter->information(
+            m_dialogParent, tr("Recording"),
             tr("No model is active, so the recording was saved %1.<br>Use \"Load log files...\" in the "
                "models window to keep it under a model.")
-                .arg(m_lastWhere.toHtmlEscaped()),
-            QMessageBox::Ok, QMessageBox::Ok);
+                .arg(m_lastWhere.toHtmlEscaped()));
 }
 
 bool RecordingController::finish()
@@ -180,7 +168,8 @@ bool RecordingController::settleBeforeReplacing(const QString &what)
         return true;
     const QString model = m_library ? m_library->modelName(m_modelId) : QString();
     const QString where = model.isEmpty() ? tr("in the recordings folder") : tr("under model %1").arg(model);
-    if (ask(QMessageBox::Question, tr("Recording"),
+    if (m_prompter->question(
+            m_dialogParent, tr("Recording"),
             tr("<b>A recording is running (%1 samples).</b><br>Stop it and store it %2 before you %3?")
                 .arg(sampleCount())
                 .arg(where.toHtmlEscaped(), what.toHtmlEscaped()),
@@ -188,9 +177,9 @@ bool RecordingController::settleBeforeReplacing(const QString &what)
         return false;
     if (finish())
         return true;
-    ask(QMessageBox::Critical, tr("Error"),
-        tr("<b>Unable to store the recording:</b><ul><li>%1</li></ul>").arg(m_lastError.toHtmlEscaped()),
-        QMessageBox::Ok, QMessageBox::Ok);
+    m_prompter->error(
+        m_dialogParent, tr("Error"),
+        tr("<b>Unable to store the recording:</b><ul><li>%1</li></ul>").arg(m_lastError.toHtmlEscaped()));
     return false;
 }
 
@@ -198,7 +187,8 @@ bool RecordingController::settleBeforeClosing()
 {
     if (m_state == Idle || finish())
         return true;
-    return ask(QMessageBox::Warning, tr("Error while closing"),
+    return m_prompter->question(
+               m_dialogParent, tr("Error while closing"),
                tr("<b>Unable to store the recording:</b><ul><li>%1</li></ul>Quit anyway and lose it?")
                    .arg(m_lastError.toHtmlEscaped()),
                QMessageBox::Yes | QMessageBox::No, QMessageBox::No) == QMessageBox::Yes;

@@ -1,13 +1,11 @@
 #pragma once
 
 #include <QElapsedTimer>
-#include <QMessageBox>
 #include <QObject>
 #include <QString>
 
-#include <functional>
-
 class ModelLibrary;
+class Prompter;
 class QWidget;
 class TelemetryData;
 class TelemetryDataPackage;
@@ -29,17 +27,13 @@ public:
     };
     Q_ENUM(State)
 
-    // Asks the user; tests answer instead. Same shape as the window manager's message hook.
-    using Ask = std::function<QMessageBox::StandardButton(
-        QMessageBox::Icon icon, const QString &title, const QString &text,
-        QMessageBox::StandardButtons buttons, QMessageBox::StandardButton defaultButton)>;
-
     RecordingController(TelemetryData *store, TelemetryDecoder *decoder, ModelLibrary *library,
                         const QString &recordingsFolder, QWidget *dialogParent, QObject *parent = nullptr);
 
     void setActiveModel(int modelId) { m_modelId = modelId; }
     int activeModel() const { return m_modelId; }
-    void setAsk(Ask ask) { m_ask = std::move(ask); }
+    // Who asks the user (the studio's prompter; tests hand in a scripted one).
+    void setPrompter(Prompter *prompter) { m_prompter = prompter; }
 
     State state() const { return m_state; }
     bool isRecording() const { return m_state != Idle; }
@@ -79,16 +73,13 @@ private:
     bool finish();
     bool store(TelemetryDataPackage package);
     void setState(State state);
-    QMessageBox::StandardButton ask(QMessageBox::Icon icon, const QString &title, const QString &text,
-                                    QMessageBox::StandardButtons buttons,
-                                    QMessageBox::StandardButton defaultButton);
 
     TelemetryData *m_store;
     TelemetryDecoder *m_decoder;
     ModelLibrary *m_library;
     QString m_recordingsFolder;
     QWidget *m_dialogParent;
-    Ask m_ask;
+    Prompter *m_prompter;
     int m_modelId = -1;
     State m_state = Idle;
     QElapsedTimer m_running;

@@ -2,10 +2,11 @@
 
 #include <QThread>
 
-SensorTableBridge::SensorTableBridge(SensorTable *target, QObject *parent) : QObject(parent), m_target(target) {}
+SensorTableBridge::SensorTableBridge(SensorTable *target, QObject *parent) : QObject(parent), m_target(target)
+{
+}
 
-template <typename F>
-bool SensorTableBridge::call(F f)
+template <typename F> bool SensorTableBridge::call(F f)
 {
     if (!m_target)
         return false;
@@ -50,10 +51,7 @@ int SensorTableBridge::flushPending()
         QMutexLocker lock(&m_pendingLock);
         rows.swap(m_pending);
     }
-    int stored = 0;
-    for (const SensorRow &row : rows)
-        stored += m_target && m_target->insertDefaultSensor(row) ? 1 : 0;
-    return stored;
+    return m_target ? m_target->insertDefaultSensors(rows) : 0;
 }
 
 bool SensorTableBridge::updateSensorSettings(const SensorRow &row)

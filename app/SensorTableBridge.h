@@ -22,13 +22,12 @@ public:
 
     // While closing, the interface thread may be waiting for the worker: answer without asking it.
     void setClosing(bool closing) { m_closing = closing; }
-    // Rows that readers on other threads added, stored now (on the interface thread) in one go: one
-    // transaction instead of a disk sync per row. Returns the number stored.
+    // Rows that readers on other threads added, stored now (on the interface thread) in one go.
+    // Returns the number stored.
     int flushPending();
 
 private:
-    template <typename F>
-    bool call(F f);
+    template <typename F> bool call(F f);
 
     SensorTable *m_target;
     std::atomic<bool> m_closing{false};

@@ -3,6 +3,7 @@
 #include "app/StartupOptions.h"
 #include "database/Logger.h"
 #include "telemetry/TelemetryMetaTypes.h"
+#include "widgets/layout/Prompter.h"
 
 #include <QApplication>
 
@@ -11,7 +12,6 @@
 #include <QFile>
 #include <QLocale>
 #include <QLoggingCategory>
-#include <QMessageBox>
 #include <QTimer>
 #include <QTranslator>
 #include <cstdio>
@@ -85,8 +85,9 @@ int main(int argc, char *argv[])
         if (!settings.isLoaded()) {
             // Nobody can answer a box on a machine without a display: the screenshot run says it instead.
             if (shotPath.isEmpty())
-                QMessageBox::warning(&window, QObject::tr("Error"),
-                                     QObject::tr("<b>Configuration not loaded</b><br><br>Reinitializing..."));
+                window.prompter()->warning(
+                    &window, QObject::tr("Error"),
+                    QObject::tr("<b>Configuration not loaded</b><br><br>Reinitializing..."));
             else
                 std::fprintf(stderr, "Configuration not loaded: reinitializing\n");
             window.applyDefaultLayout();

@@ -10,7 +10,7 @@ packages=(
     qtbase5-dev libqt5sql5-sqlite libqt5serialport5-dev qtpositioning5-dev qtdeclarative5-dev
     qtquickcontrols2-5-dev qml-module-qtquick2 qml-module-qtquick-controls2 qml-module-qtquick-layouts
     qml-module-qtgraphicaleffects libqt5svg5-dev libquazip1-qt5-dev libsdl2-dev libxlsxwriter-dev
-    zlib1g-dev cmake ninja-build g++ pkg-config xvfb xauth fonts-dejavu-core socat clang
+    zlib1g-dev cmake ninja-build g++ pkg-config xvfb xauth fonts-dejavu-core socat clang clang-format
 )
 
 missing=()

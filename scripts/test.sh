@@ -6,6 +6,7 @@ here=$(cd "$(dirname "$0")/.." && pwd)
 jobs=$(nproc)
 
 "$here/scripts/setup.sh" "$here/build" -DCMAKE_BUILD_TYPE=RelWithDebInfo
+"$here/scripts/check-format.sh"
 (cd "$here/build" && ctest --output-on-failure -j "$jobs")
 
 if [ "${VEXO_SKIP_SANITIZERS:-0}" != "1" ]; then

@@ -7,6 +7,7 @@
 #include "database/ModelTableModel.h"
 #include "telemetry/LogFileWriter.h"
 #include "telemetry/TelemetryData.h"
+#include "tests/support/ScriptedPrompter.h"
 #include "tests/support/TestSamples.h"
 #include "widgets/layout/WidgetContainer.h"
 #include "widgets/layout/WidgetManager.h"
@@ -55,21 +56,6 @@ int logCount(ModelLibrary *library, int modelId)
     const int n = library->database()->logLengths(modelId, &ok).size();
     return ok ? n : -1;
 }
-
-// Answers every question of the recording with the given button and keeps what was asked.
-struct Answers
-{
-    QMessageBox::StandardButton button = QMessageBox::Yes;
-    QStringList asked;
-    RecordingController::Ask ask()
-    {
-        return [this](QMessageBox::Icon, const QString &, const QString &text, QMessageBox::StandardButtons,
-                      QMessageBox::StandardButton) {
-            asked << text;
-            return button;
-        };
-    }
-};
 
 } // namespace
 
@@ -266,14 +252,10 @@ void tst_MainWindow::damagedLogSaysWhatHappened()
     QFETCH(QByteArray, bytes);
     QFETCH(bool, opens);
     AppSettings settings;
+    ScriptedPrompter scripted; // outlives the window
     MainWindow w(&settings, m_logger.get());
     w.show();
-    QStringList warnings;
-    w.windowManager()->setMessageHandler([&warnings](QWidget *, QMessageBox::Icon, const QString &,
-                                                     const QString &text, QMessageBox::StandardButtons) {
-        warnings << text;
-        return QMessageBox::Ok;
-    });
+    w.windowManager()->setPrompter(&scripted);
     QSignalSpy loaded(&w, &MainWindow::logLoaded);
     w.openLog(QStringLiteral(VEXO_SOURCE_DIR "/samples/sample-flight.log"));
     QTRY_COMPARE_WITH_TIMEOUT(loaded.count(), 1, 30000);
@@ -284,27 +266,20 @@ void tst_MainWindow::damagedLogSaysWhatHappened()
     QVERIFY(f.open(QIODevice::WriteOnly));
     f.write(bytes);
     f.close();
-    QString boxText;
-    QTimer closer;
-    connect(&closer, &QTimer::timeout, [&boxText] {
-        if (auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget())) {
-            boxText = box->text();
-            box->accept();
-        }
-    });
-    closer.start(20);
     w.openLog(path);
     QTRY_COMPARE_WITH_TIMEOUT(loaded.count(), 2, 30000);
     QCOMPARE(loaded.last().at(0).toBool(), opens);
     const QString name = QFileInfo(path).fileName();
+    // One box: the error, or the warning that not all could be read.
+    QCOMPARE(scripted.asked.size(), 1);
+    const QString boxText = scripted.asked.first().text;
+    QVERIFY2(boxText.contains(name), qPrintable(boxText));
     if (!opens) {
-        QVERIFY2(boxText.contains(name), qPrintable(boxText));
+        QCOMPARE(scripted.asked.first().kind, QStringLiteral("error"));
         QCOMPARE(w.store()->package().sampleCount(), before); // the flight that was open stays
-        QVERIFY(warnings.isEmpty());
         return;
     }
-    QCOMPARE(warnings.size(), 1);
-    QVERIFY2(warnings.first().contains(name), qPrintable(warnings.first()));
+    QCOMPARE(scripted.asked.first().kind, QStringLiteral("warning"));
     QVERIFY(w.statusBar()->currentMessage().contains(name));
     QVERIFY(w.store()->package().sampleCount() > 0);
 }
@@ -390,13 +365,14 @@ void tst_MainWindow::recordingIsStoredBeforeAnythingReplacesIt()
     QFETCH(int, storedLogs);
     QFETCH(bool, stillRecording);
     AppSettings settings;
+    // Answers every question of the recording with the given button and keeps what was asked.
+    ScriptedPrompter answers;
+    answers.fallbackButton = QMessageBox::StandardButton(answer);
     MainWindow w(&settings, m_logger.get());
     const int model = w.library()->createModel(QStringLiteral("Rec %1").arg(QTest::currentDataTag()));
     QVERIFY(model >= 0);
     w.setActiveModel(model);
-    Answers answers;
-    answers.button = QMessageBox::StandardButton(answer);
-    w.recording()->setAsk(answers.ask());
+    w.recording()->setPrompter(&answers);
     w.recording()->start();
     feedLive(w.store(), 0x10001, 25);
 
@@ -404,8 +380,8 @@ void tst_MainWindow::recordingIsStoredBeforeAnythingReplacesIt()
     if (action == QLatin1String("open")) {
         w.openLog(QStringLiteral(VEXO_SOURCE_DIR "/samples/sample-flight.log"));
         QCOMPARE(answers.asked.size(), 1);
-        QVERIFY2(answers.asked.first().contains(QStringLiteral("25 samples")),
-                 qPrintable(answers.asked.first()));
+        QVERIFY2(answers.asked.first().text.contains(QStringLiteral("25 samples")),
+                 qPrintable(answers.asked.first().text));
         if (!stillRecording) {
             QVERIFY(loaded.wait(30000) || loaded.count() == 1);
             QVERIFY(!w.store()->package().device(0x10001)); // no live device mixed into the log
@@ -451,9 +427,9 @@ void tst_MainWindow::recordingHoldsOnlyWhatArrivedDuringIt()
 void tst_MainWindow::recordingStateIsVisibleAndToggles()
 {
     AppSettings settings;
+    ScriptedPrompter answers;
     MainWindow w(&settings, m_logger.get());
-    Answers answers;
-    w.recording()->setAsk(answers.ask());
+    w.recording()->setPrompter(&answers);
     w.setActiveModel(-1);
     QAction *record = findAction(&w, QStringLiteral("Start Real-Time Recording"));
     QVERIFY(record);
@@ -572,16 +548,13 @@ void tst_MainWindow::editModelRenames()
 void tst_MainWindow::unsavedArrangementIsOfferedBeforeAModelReplacesIt()
 {
     AppSettings settings;
+    ScriptedPrompter scripted; // outlives the window
+    scripted.fallbackButton = QMessageBox::Cancel;
     MainWindow w(&settings, m_logger.get());
     w.setActiveModel(-1);
     const int model = w.library()->createModel(QStringLiteral("Fresh"));
     QVERIFY(w.applyDefaultLayout());
-    QStringList asked;
-    w.windowManager()->setMessageHandler([&asked](QWidget *, QMessageBox::Icon, const QString &,
-                                                  const QString &text, QMessageBox::StandardButtons) {
-        asked << text;
-        return QMessageBox::Cancel;
-    });
+    w.windowManager()->setPrompter(&scripted);
     // Unchanged: the model's layout simply comes, nothing is asked.
     QVERIFY(!w.windowManager()->layoutChangedSinceLoad());
     // The pilot splits the graph's window: that work must not vanish without a word.
@@ -597,8 +570,9 @@ void tst_MainWindow::unsavedArrangementIsOfferedBeforeAModelReplacesIt()
     auto *models = w.findChild<WidgetModel *>();
     models->reload();
     models->selectModel(model);
-    QTRY_COMPARE(asked.size(), 1);
-    QVERIFY2(asked.first().contains(QStringLiteral("Fresh")), qPrintable(asked.first()));
+    QTRY_COMPARE(scripted.asked.size(), 1);
+    const QString asked = scripted.asked.first().text;
+    QVERIFY2(asked.contains(QStringLiteral("Fresh")), qPrintable(asked));
     QTest::qWait(50);
     QCOMPARE(w.activeModel(), -1); // cancelled: nothing switched
     QCOMPARE(w.windowManager()->saveLayout(), changed);
