@@ -32,8 +32,10 @@ PlaybackBar::PlaybackBar(QWidget *parent) : QToolBar(tr("Telemetry playback cont
     m_rate->setSingleStep(0.1);
     m_rate->setValue(1.0);
     m_rate->setSuffix(QStringLiteral("x"));
-    m_play = addAction(QIcon(QStringLiteral(":/Icons/Program/Resources/play.png")), tr("Start/pause playback"));
-    QAction *stopAction = addAction(QIcon(QStringLiteral(":/Icons/Program/Resources/stop.png")), tr("Stop playback"));
+    m_play =
+        addAction(QIcon(QStringLiteral(":/Icons/Program/Resources/play.png")), tr("Start/pause playback"));
+    QAction *stopAction =
+        addAction(QIcon(QStringLiteral(":/Icons/Program/Resources/stop.png")), tr("Stop playback"));
     addWidget(m_slider);
     addWidget(m_time);
     addWidget(m_rate);

@@ -26,7 +26,8 @@ void StartupOptions::applyOpenGl(OpenGl choice)
 {
     if (choice == OpenGl::Default) {
 #ifdef Q_OS_WIN
-        choice = QOperatingSystemVersion::current() <= QOperatingSystemVersion(QOperatingSystemVersion::Windows, 6, 0)
+        choice = QOperatingSystemVersion::current() <=
+                         QOperatingSystemVersion(QOperatingSystemVersion::Windows, 6, 0)
                      ? OpenGl::Software
                      : OpenGl::Es;
 #else
@@ -55,8 +56,8 @@ void StartupOptions::disableFaultDialog()
 
 QString StartupOptions::firstLogArgument(const QStringList &arguments, const QString &programFolder)
 {
-    static const QStringList kSuffixes = {QStringLiteral(".log"), QStringLiteral(".vml"), QStringLiteral(".nmea"),
-                                          QStringLiteral(".txt")};
+    static const QStringList kSuffixes = {QStringLiteral(".log"), QStringLiteral(".vml"),
+                                          QStringLiteral(".nmea"), QStringLiteral(".txt")};
     for (const QString &a : arguments) {
         bool isLog = false;
         for (const QString &s : kSuffixes)

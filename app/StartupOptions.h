@@ -6,7 +6,13 @@
 // What the command line asks of start-up, and the few platform switches made before the application
 // object exists.
 namespace StartupOptions {
-enum class OpenGl { Default, Es, Software, Desktop };
+enum class OpenGl
+{
+    Default,
+    Es,
+    Software,
+    Desktop
+};
 
 // The first of "-angle", "-swrast", "-nativegl" wins; later ones are ignored.
 OpenGl openGlChoice(const QStringList &arguments);

@@ -94,9 +94,10 @@ int main(int argc, char *argv[])
     // The sensors are shown once the store's change has reached the windows.
     QCoreApplication::processEvents();
     const double openMs = open.nsecsElapsed() / 1e6;
-    std::printf("open %.1f MB log until its sensors show: %.0f ms (%lld samples); longest interface stall: %.1f ms\n",
-                QFileInfo(large).size() / 1e6, openMs,
-                static_cast<long long>(window.store()->package().sampleCount()), meter.worstMs());
+    std::printf(
+        "open %.1f MB log until its sensors show: %.0f ms (%lld samples); longest interface stall: %.1f ms\n",
+        QFileInfo(large).size() / 1e6, openMs,
+        static_cast<long long>(window.store()->package().sampleCount()), meter.worstMs());
     window.close();
     return 0;
 }

@@ -7,7 +7,9 @@ QString TelemetrySensor::displayName() const
 
 QString TelemetrySensor::idText() const
 {
-    return tr("ID: [%1:%2]").arg(m_id & 0xFFFF, 5, 10, QLatin1Char('0')).arg(m_id >> 16, 5, 10, QLatin1Char('0'));
+    return tr("ID: [%1:%2]")
+        .arg(m_id & 0xFFFF, 5, 10, QLatin1Char('0'))
+        .arg(m_id >> 16, 5, 10, QLatin1Char('0'));
 }
 
 int TelemetrySensor::indexOfParam(quint32 param) const

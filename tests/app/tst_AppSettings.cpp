@@ -130,10 +130,12 @@ void tst_AppSettings::firstLogArgument_data()
 {
     QTest::addColumn<QStringList>("args");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("two logs: only the first") << QStringList{"-swrast", "/a/one.log", "/b/two.vml"} << "/a/one.log";
+    QTest::newRow("two logs: only the first")
+        << QStringList{"-swrast", "/a/one.log", "/b/two.vml"} << "/a/one.log";
     QTest::newRow("each kind") << QStringList{"/x/gps.NMEA"} << "/x/gps.NMEA";
     QTest::newRow("txt") << QStringList{"/x/track.txt"} << "/x/track.txt";
-    QTest::newRow("relative to the program folder") << QStringList{"sub/flight.log"} << "/opt/vexo/sub/flight.log";
+    QTest::newRow("relative to the program folder")
+        << QStringList{"sub/flight.log"} << "/opt/vexo/sub/flight.log";
     QTest::newRow("none") << QStringList{"-angle", "notes.pdf"} << "";
 }
 
