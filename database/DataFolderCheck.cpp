@@ -1,5 +1,6 @@
 #include "database/DataFolderCheck.h"
 
+#include "database/DatabaseConnection.h"
 #include "database/DatabaseManager.h"
 #include "database/Logger.h"
 #include "database/ModelTableModel.h"
@@ -21,10 +22,10 @@ const char kSystem[] = "System";
 // Enough to show a full disk before SQLite needs the room for a journal and a few pages.
 constexpr int kProbeBytes = 64 * 1024;
 // SQLite's primary result codes: another program's lock, and a damaged file.
-constexpr int kBusy = 5;
-constexpr int kLocked = 6;
-constexpr int kCorrupt = 11;
-constexpr int kNotADatabase = 26;
+constexpr int kBusy = DatabaseConnection::kBusy;
+constexpr int kLocked = DatabaseConnection::kLocked;
+constexpr int kCorrupt = DatabaseConnection::kCorrupt;
+constexpr int kNotADatabase = DatabaseConnection::kNotADatabase;
 
 QString native(const QString &path)
 {

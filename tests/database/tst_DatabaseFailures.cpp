@@ -2,6 +2,7 @@
 #include "database/Logger.h"
 #include "database/ModelLibrary.h"
 #include "telemetry/LogGenerator.h"
+#include "tests/support/TestFiles.h"
 
 #include <QSqlDatabase>
 #include <QSqlQuery>
@@ -11,18 +12,6 @@
 #include <unistd.h>
 
 namespace {
-QByteArray readAll(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-bool writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
-}
-
 TelemetryDataPackage flight(int seconds, int rate = 10)
 {
     LogGenerator::Options o;

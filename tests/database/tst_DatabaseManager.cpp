@@ -2,6 +2,7 @@
 #include "database/DatabaseManager.h"
 #include "database/Logger.h"
 #include "telemetry/TelemetryData.h"
+#include "tests/support/TestFiles.h"
 
 #include <QSqlDatabase>
 #include <QSqlQuery>
@@ -13,12 +14,6 @@ int countOf(const QString &connection, const QString &sql)
 {
     QSqlQuery q(QSqlDatabase::database(connection));
     return q.exec(sql) && q.next() ? q.value(0).toInt() : -1;
-}
-
-QByteArray readAll(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
 // A database in a fresh folder, with its application log beside it.

@@ -1,6 +1,7 @@
 #include "database/DataFolderCheck.h"
 #include "database/DatabaseManager.h"
 #include "database/Logger.h"
+#include "tests/support/TestFiles.h"
 
 #include <QRandomGenerator>
 #include <QScopeGuard>
@@ -12,18 +13,6 @@
 #include <limits>
 
 namespace {
-QByteArray readAll(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-bool writeFile(const QString &path, const QByteArray &bytes)
-{
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size();
-}
-
 QByteArray randomBytes(int size, quint32 seed)
 {
     QByteArray bytes(size, '\0');

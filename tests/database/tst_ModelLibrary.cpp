@@ -4,6 +4,7 @@
 #include "telemetry/LogFileWriter.h"
 #include "telemetry/LogGenerator.h"
 #include "telemetry/TelemetryData.h"
+#include "tests/support/TestFiles.h"
 
 #include <QSignalSpy>
 #include <QSqlDatabase>
@@ -16,12 +17,6 @@ int countOf(const DatabaseManager &db, const QString &sql)
 {
     QSqlQuery q(QSqlDatabase::database(db.connectionName()));
     return q.exec(sql) && q.next() ? q.value(0).toInt() : -1;
-}
-
-QByteArray readAll(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
 TelemetryDataPackage flight(int seconds, int rate = 10, quint64 seed = 3)
