@@ -10,7 +10,8 @@ private slots:
     void zoomKeepsTimeInPlace_data();
     void zoomKeepsTimeInPlace();
     void zoomIsBounded();
-    void panStaysOverData();
+    void staysInsideTheFlight_data();
+    void staysInsideTheFlight();
     void followsLiveDataUntilMovedAway();
     void resetAndAutoZoom_data();
     void resetAndAutoZoom();
@@ -24,9 +25,9 @@ void tst_GraphTimeline::zoomKeepsTimeInPlace_data()
 {
     QTest::addColumn<qint64>("t");
     QTest::addColumn<double>("factor");
-    QTest::newRow("in at the left quarter") << qint64(17500) << 0.5;
-    QTest::newRow("out at the right edge") << qint64(40000) << 2.0;
-    QTest::newRow("in at the start") << qint64(10000) << 0.8;
+    QTest::newRow("in at the left quarter") << qint64(107500) << 0.5;
+    QTest::newRow("out at the right edge") << qint64(130000) << 2.0;
+    QTest::newRow("in at the start") << qint64(100000) << 0.8;
 }
 
 void tst_GraphTimeline::zoomKeepsTimeInPlace()
@@ -35,12 +36,12 @@ void tst_GraphTimeline::zoomKeepsTimeInPlace()
     QFETCH(double, factor);
     GraphTimeline timeline;
     timeline.setDataRange(0, 600000);
-    timeline.setFrom(10000);
     timeline.setWindow(30000);
-    const double before = double(t - timeline.from()) / timeline.window();
+    timeline.setFrom(100000);
+    const double before = double(t - timeline.from()) / timeline.span();
     timeline.zoomAt(t, factor);
-    QCOMPARE(timeline.window(), qRound64(30000 * factor));
-    QVERIFY(qAbs(double(t - timeline.from()) / timeline.window() - before) < 1e-3);
+    QCOMPARE(timeline.span(), qRound64(30000 * factor));
+    QVERIFY(qAbs(double(t - timeline.from()) / timeline.span() - before) < 1e-3);
 }
 
 void tst_GraphTimeline::zoomIsBounded()
@@ -54,17 +55,65 @@ void tst_GraphTimeline::zoomIsBounded()
     QCOMPARE(timeline.window(), GraphTimeline::kMaxWindowMs);
 }
 
-void tst_GraphTimeline::panStaysOverData()
+// Whatever the pilot does, the view shows no time before the first sample or after the last. Each
+// script is a series of steps on a flight from 2 s to 602 s; the rule is checked after every step.
+void tst_GraphTimeline::staysInsideTheFlight_data()
 {
+    QTest::addColumn<QString>("script");
+    QTest::newRow("pan far both ways") << "pan -1000000; pan 5000000; pan -3000";
+    QTest::newRow("cursor at the start, as playback puts it") << "from -13000; from 1000; start";
+    QTest::newRow("zoom out past the flight, then in") << "zoom 300000 4; zoom 300000 4; zoom 2000 0.5";
+    QTest::newRow("window longer than the flight") << "window 900000; pan 1000; end; start";
+    QTest::newRow("flight cut shorter than the window") << "from 500000; data 2000 12000; pan 500";
+    QTest::newRow("live, zoomed and moved away") << "live; data 2000 700000; zoom 650000 0.3; pan -9999999";
+    QTest::newRow("reset and auto zoom")
+        << "from 550000; reset; window 5000; autozoom; fit; data 2000 900000";
+}
+
+void tst_GraphTimeline::staysInsideTheFlight()
+{
+    QFETCH(QString, script);
     GraphTimeline timeline;
-    timeline.setDataRange(1000, 101000);
-    timeline.setWindow(10000);
-    timeline.setFrom(1000);
-    timeline.panBy(-1000000);
-    // A tenth of the span stays over the data.
-    QCOMPARE(timeline.to(), qint64(1000 + 1000));
-    timeline.panBy(5000000);
-    QCOMPARE(timeline.from(), qint64(101000 - 1000));
+    timeline.setDataRange(2000, 602000);
+    for (const QString &step : script.split(QLatin1Char(';'))) {
+        const QStringList w = step.simplified().split(QLatin1Char(' '));
+        const qint64 n = w.size() > 1 ? w.at(1).toLongLong() : 0;
+        if (w.at(0) == QLatin1String("pan"))
+            timeline.panBy(n);
+        else if (w.at(0) == QLatin1String("from"))
+            timeline.setFrom(n);
+        else if (w.at(0) == QLatin1String("window"))
+            timeline.setWindow(n);
+        else if (w.at(0) == QLatin1String("zoom"))
+            timeline.zoomAt(n, w.at(2).toDouble());
+        else if (w.at(0) == QLatin1String("data"))
+            timeline.setDataRange(n, w.at(2).toLongLong());
+        else if (w.at(0) == QLatin1String("live"))
+            timeline.setLive(true);
+        else if (w.at(0) == QLatin1String("start"))
+            timeline.showStart();
+        else if (w.at(0) == QLatin1String("end"))
+            timeline.showEnd();
+        else if (w.at(0) == QLatin1String("reset"))
+            timeline.reset();
+        else if (w.at(0) == QLatin1String("autozoom"))
+            timeline.autoZoom();
+        else if (w.at(0) == QLatin1String("fit"))
+            timeline.setFitting(true);
+        else
+            QFAIL(qPrintable(step));
+        timeline.follow();
+        QVERIFY2(timeline.from() >= timeline.dataFirst() && timeline.to() <= timeline.dataLast(),
+                 qPrintable(QStringLiteral("after \"%1\": %2 .. %3 shown of %4 .. %5")
+                                .arg(step.trimmed())
+                                .arg(timeline.from())
+                                .arg(timeline.to())
+                                .arg(timeline.dataFirst())
+                                .arg(timeline.dataLast())));
+    }
+    // A window at least as long as the flight shows all of it.
+    if (timeline.window() >= timeline.dataLast() - timeline.dataFirst())
+        QCOMPARE(timeline.to() - timeline.from(), timeline.dataLast() - timeline.dataFirst());
 }
 
 void tst_GraphTimeline::followsLiveDataUntilMovedAway()
@@ -74,21 +123,22 @@ void tst_GraphTimeline::followsLiveDataUntilMovedAway()
     timeline.setLive(true);
     QVERIFY(timeline.isFollowing());
     QCOMPARE(timeline.to(), qint64(5000));
-    timeline.setDataRange(0, 9000);
-    QVERIFY(timeline.follow());
-    QCOMPARE(timeline.to(), qint64(9000));
+    timeline.setDataRange(0, 90000);
+    timeline.follow();
+    QCOMPARE(timeline.from(), qint64(60000));
+    QCOMPARE(timeline.to(), qint64(90000));
     // Zooming while following keeps the newest data at the right edge.
     timeline.zoomAt(timeline.from(), 0.5);
-    QCOMPARE(timeline.to(), qint64(9000));
+    QCOMPARE(timeline.to(), qint64(90000));
 
     timeline.panBy(-3000);
     QVERIFY(!timeline.isFollowing());
-    timeline.setDataRange(0, 20000);
+    timeline.setDataRange(0, 200000);
     QVERIFY(!timeline.follow());
     // Back at the newest data: following again.
-    timeline.panBy(100000);
+    timeline.panBy(1000000);
     QVERIFY(timeline.isFollowing());
-    QCOMPARE(timeline.to(), qint64(20000));
+    QCOMPARE(timeline.to(), qint64(200000));
     timeline.setLive(false);
     QVERIFY(!timeline.isFollowing());
 }

@@ -1,7 +1,5 @@
 #include "LayoutTestSupport.h"
 
-#include "telemetry/CsvTableWriter.h"
-#include "telemetry/TableSampler.h"
 #include "telemetry/TelemetryData.h"
 #include "telemetry/TelemetryMetaTypes.h"
 #include "tests/support/TestSamples.h"
@@ -13,7 +11,6 @@
 #include "widgets/table/WidgetDataTable.h"
 
 #include <QAction>
-#include <QBuffer>
 #include <QCheckBox>
 #include <QMenu>
 #include <QMimeData>
@@ -106,6 +103,7 @@ private slots:
     void contextMenuRemovesColumns();
     void liveValuesExtendTheTable();
     void csvExportIsTheSampledTable();
+    void rowsBetweenCursors();
     void cancelledExportLeavesNoFile_data();
     void cancelledExportLeavesNoFile();
     void failedExportShowsTheBox_data();
@@ -403,15 +401,16 @@ void tst_WidgetDataTable::contextMenuRemovesColumns()
     QStringList texts;
     for (QAction *action : menu->actions())
         texts << (action->isSeparator() ? QStringLiteral("-") : action->text());
-    QCOMPARE(texts, (QStringList{"Remove \"Voltage [V]\"", "Remove \"Altitude [ft.]\"", "-", "Remove all"}));
+    QCOMPARE(texts.mid(0, 4),
+             (QStringList{"Remove \"Voltage [V]\"", "Remove \"Altitude [ft.]\"", "-", "Remove all"}));
     menu->actions().at(0)->trigger();
     QCOMPARE(m_window->model()->variables(), (QVector<TelemetrySimplePair>{{kAltimeter, 1}}));
 
     menu.reset(m_window->createContextMenu());
-    menu->actions().last()->trigger();
+    menu->actions().at(2)->trigger();
     QCOMPARE(m_window->model()->tableColumns(), 0);
     menu.reset(m_window->createContextMenu());
-    QCOMPARE(menu->actions().size(), 1);
+    QCOMPARE(menu->actions().at(0)->text(), QStringLiteral("Remove all"));
     QVERIFY(!menu->actions().at(0)->isEnabled());
 }
 
@@ -457,6 +456,22 @@ void tst_WidgetDataTable::liveValuesExtendTheTable()
     }
 }
 
+// The long flight's voltage is (1200 + k % 50) / 100 V at k × 100 ms; with "Valid" each row holds the
+// sample at or before its time. Rows step by the period until the time passes the last sample (300 s),
+// that step included. Expected lines are written out from that, in the file's own format.
+static QByteArray expectedCsv(int period, qint64 from, qint64 to)
+{
+    QByteArray csv = "Time;Voltage [V]\n";
+    for (qint64 t = 0; t - period <= 300000; t += period) {
+        if (t < from || t > to)
+            continue;
+        const int k = int(std::min<qint64>(t, 300000) / 100);
+        csv += QTime(0, 0).addMSecs(int(t)).toString(QStringLiteral("H:mm:ss.zzz")).toUtf8() + ';' +
+               QByteArray::number((1200 + k % 50) / 100.0, 'f', 2) + '\n';
+    }
+    return csv;
+}
+
 void tst_WidgetDataTable::csvExportIsTheSampledTable()
 {
     m_store->setPackage(longFixture());
@@ -465,15 +480,46 @@ void tst_WidgetDataTable::csvExportIsTheSampledTable()
     const QString path = dir.filePath(QStringLiteral("table.csv"));
     QVERIFY(m_window->exportCsvTo(path));
     QVERIFY(m_prompter.asked.isEmpty());
-
-    TableSampler sampler(70, TableSampler::modeFor(false, true));
-    sampler.addColumn(*m_store->package().device(kBattery)->var(1));
-    QBuffer expected;
-    expected.open(QIODevice::WriteOnly);
-    QVERIFY(CsvTableWriter().write(sampler, &expected));
-    QVERIFY(readAll(path) == expected.data());
+    QCOMPARE(readAll(path), expectedCsv(70, 0, 400000));
     QVERIFY(m_window->exportExcelTo(dir.filePath(QStringLiteral("table.xlsx"))));
     QVERIFY(readAll(dir.filePath(QStringLiteral("table.xlsx"))).startsWith("PK"));
+}
+
+// The measuring cursors come from the hub (a chart placed them), shade their rows, and can limit the
+// export to those rows; the table's own menu places them for everyone.
+void tst_WidgetDataTable::rowsBetweenCursors()
+{
+    m_store->setPackage(longFixture());
+    QVERIFY(loadInto(*m_window, R"({"Type":"DataTable","Sensors":[[65539,1]],"Period":70,"Valid":true})"));
+    WindowHub hub;
+    WidgetDataTable::wire(m_window.get(), &hub, m_store.get());
+    QVERIFY(!m_window->betweenCursorsBox()->isEnabled());
+    CursorPair pair;
+    pair.hasA = pair.hasB = true;
+    pair.a = 10000; // placed right to left
+    pair.b = 5000;
+    hub.setCursorPair(pair);
+    QVERIFY(m_window->betweenCursorsBox()->isEnabled());
+    const DataTableModel *model = m_window->model();
+    QCOMPARE(model->data(model->index(71, 0), Qt::BackgroundRole).isValid(), false);  // 4970 ms
+    QCOMPARE(model->data(model->index(72, 0), Qt::BackgroundRole).isValid(), true);   // 5040 ms
+    QCOMPARE(model->data(model->index(143, 0), Qt::BackgroundRole).isValid(), false); // 10010 ms
+
+    m_window->betweenCursorsBox()->setChecked(true);
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("between.csv"));
+    QVERIFY(m_window->exportCsvTo(path));
+    QCOMPARE(readAll(path), expectedCsv(70, 5000, 10000));
+
+    std::unique_ptr<QMenu> menu(m_window->createContextMenu(nullptr, 200));
+    QAction *setB = menu->actions().at(menu->actions().size() - 2);
+    QCOMPARE(setB->text(), QStringLiteral("Set cursor B at 0:00:14.000"));
+    setB->trigger();
+    QCOMPARE(hub.cursorPair().b, qint64(14000));
+    QCOMPARE(hub.cursorPair().a, qint64(10000));
+    menu->actions().last()->trigger();
+    QVERIFY(hub.cursorPair().isEmpty());
+    QVERIFY(!m_window->betweenCursorsBox()->isEnabled());
 }
 
 void tst_WidgetDataTable::cancelledExportLeavesNoFile_data()

@@ -20,6 +20,7 @@
 #include <QMenu>
 #include <QMimeData>
 #include <QPushButton>
+#include <QRandomGenerator>
 #include <QSignalSpy>
 #include <QSpinBox>
 #include <QTemporaryDir>
@@ -125,6 +126,51 @@ void sendWheel(QWidget *w, const QPoint &pos, int delta, Qt::KeyboardModifiers m
     QCoreApplication::sendEvent(w, &event);
 }
 
+// For the measuring cursors: a 400 s flight with a steady 50 Hz speed (more samples than are ever read
+// one by one) and a 2 Hz temperature that stops from 100 s to 150 s.
+constexpr quint32 kMeasured = 7;
+TelemetryDataPackage measuredFlight()
+{
+    TelemetryDataPackage p;
+    const int index = p.addDevice(kMeasured, QStringLiteral("Logger"));
+    TelemetryVar speed(kMeasured, 1, QStringLiteral("Speed"), QStringLiteral("km/h"));
+    TelemetryVar temperature(kMeasured, 2, QStringLiteral("Temp"), QStringLiteral("C"));
+    QRandomGenerator random(12);
+    qint32 v = 500;
+    for (qint32 t = 0; t <= 400000; t += 20) {
+        v = std::clamp(v + int(random.bounded(21)) - 10, 0, 3000);
+        speed.append(raw(4, 1, v, t));
+        if (t % 500 == 0 && (t < 100000 || t > 150000))
+            temperature.append(raw(4, 2, 2000 + int(random.bounded(900)), t));
+    }
+    p.devices()[index].vars() << speed << temperature;
+    return p;
+}
+
+// What the readout must show, from the samples alone: linear between samples less than 1.501 s apart,
+// nothing in a longer gap or that long after the last sample.
+double referenceValueAt(const TelemetryVar &var, qint64 t)
+{
+    const QVector<TelemetryValue> &v = var.values();
+    for (int i = 0; i < v.size(); ++i) {
+        if (v[i].timestamp == t)
+            return v[i].toNumber();
+        if (v[i].timestamp > t) {
+            if (i == 0 || v[i].timestamp - v[i - 1].timestamp >= 1501)
+                return qQNaN();
+            const double f = double(t - v[i - 1].timestamp) / (v[i].timestamp - v[i - 1].timestamp);
+            return v[i - 1].toNumber() + f * (v[i].toNumber() - v[i - 1].toNumber());
+        }
+    }
+    return !v.isEmpty() && t - v.constLast().timestamp < 1501 ? v.constLast().toNumber() : qQNaN();
+}
+
+bool sameNumber(double actual, double expected)
+{
+    return (std::isnan(actual) && std::isnan(expected)) ||
+           std::abs(actual - expected) <= 1e-9 * std::max(1.0, std::abs(expected));
+}
+
 double contrast(const QColor &a, const QColor &b)
 {
     const auto luminance = [](const QColor &c) {
@@ -183,6 +229,9 @@ private slots:
     void exportImage();
     void exportSettings_data();
     void exportSettings();
+    void measuringCursors_data();
+    void measuringCursors();
+    void measuringCursorGestures();
 
 private:
     std::unique_ptr<ScriptedPrompter> m_prompter; // outlives the graph
@@ -1055,3 +1104,106 @@ void tst_WidgetGraph::exportSettings()
 
 QTEST_MAIN(tst_WidgetGraph)
 #include "tst_WidgetGraph.moc"
+
+void tst_WidgetGraph::measuringCursors_data()
+{
+    QTest::addColumn<qint64>("a");
+    QTest::addColumn<qint64>("b");
+    QTest::newRow("most of the flight") << qint64(10000) << qint64(390010);
+    QTest::newRow("placed in reverse") << qint64(390010) << qint64(10000);
+    QTest::newRow("A in the gap") << qint64(120000) << qint64(300000);
+    QTest::newRow("a second, between samples") << qint64(200003) << qint64(201017);
+    QTest::newRow("B after the end") << qint64(300000) << qint64(450000);
+}
+
+void tst_WidgetGraph::measuringCursors()
+{
+    QFETCH(qint64, a);
+    QFETCH(qint64, b);
+    m_store->setPackage(measuredFlight());
+    const auto *device = m_store->package().device(kMeasured);
+    m_graph->addData(device->var(1));
+    m_graph->addData(device->var(2));
+    CursorPair pair;
+    pair.hasA = pair.hasB = true;
+    pair.a = a;
+    pair.b = b;
+    m_graph->setCursorPair(pair);
+    const GraphMeasurement &m = m_graph->measurement();
+    QCOMPARE(m.rows.size(), 2);
+    for (int i = 0; i < 2; ++i) {
+        const TelemetryVar &var = *device->var(quint32(i + 1));
+        int count = 0;
+        double low = qInf();
+        double high = -qInf();
+        double sum = 0;
+        for (const TelemetryValue &v : var.values()) {
+            if (v.timestamp >= std::min(a, b) && v.timestamp <= std::max(a, b)) {
+                ++count;
+                low = std::min(low, v.toNumber());
+                high = std::max(high, v.toNumber());
+                sum += v.toNumber();
+            }
+        }
+        const double atA = referenceValueAt(var, a);
+        const double atB = referenceValueAt(var, b);
+        const GraphMeasurement::Row &row = m.rows.at(i);
+        const QByteArray what = var.label().toUtf8();
+        QCOMPARE(row.samples, count);
+        QVERIFY2(sameNumber(row.minimum, low) && sameNumber(row.maximum, high), what);
+        QVERIFY2(sameNumber(row.mean, sum / count), what);
+        QVERIFY2(sameNumber(row.atA, atA) && sameNumber(row.atB, atB), what);
+        QVERIFY2(sameNumber(row.delta, atB - atA), what);
+        QVERIFY2(sameNumber(row.slope, (atB - atA) / (double(b - a) / 1000.0)), what);
+    }
+}
+
+void tst_WidgetGraph::measuringCursorGestures()
+{
+    WindowHub hub;
+    WidgetGraph::wire(m_graph.get(), &hub, nullptr);
+    QSignalSpy shared(&hub, &WindowHub::cursorPairChanged);
+    m_graph->addData(var(1));
+    m_graph->setTimeSpan(100000, 60000);
+    m_graph->show();
+    QVERIFY(QTest::qWaitForWindowExposed(m_graph.get()));
+    const QRect plot = m_graph->renderer().plotRect();
+    const auto timeAt = [&](int x) { return 100000 + qint64(x - plot.left()) * 60000 / plot.width(); };
+    const QPoint quarter(plot.left() + plot.width() / 4, plot.center().y());
+    const QPoint half(plot.center());
+    const int slack = 60000 / plot.width() + 1;
+
+    QTest::mouseClick(m_graph.get(), Qt::LeftButton, Qt::ControlModifier, quarter);
+    QTest::mouseClick(m_graph.get(), Qt::LeftButton, Qt::ShiftModifier, half);
+    QVERIFY(m_graph->cursorPair().isComplete());
+    QVERIFY(qAbs(m_graph->cursorPair().a - timeAt(quarter.x())) <= slack);
+    QVERIFY(qAbs(m_graph->cursorPair().b - timeAt(half.x())) <= slack);
+    QCOMPARE(hub.cursorPair(), m_graph->cursorPair());
+
+    // B's line is dragged; the view does not pan.
+    QTest::mousePress(m_graph.get(), Qt::LeftButton, Qt::NoModifier, half);
+    const QPoint later(plot.left() + plot.width() * 3 / 4, plot.center().y());
+    sendMouse(m_graph.get(), QEvent::MouseMove, later, Qt::NoButton, Qt::LeftButton);
+    QTest::mouseRelease(m_graph.get(), Qt::LeftButton, Qt::NoModifier, later);
+    QVERIFY(qAbs(m_graph->cursorPair().b - timeAt(later.x())) <= slack);
+    QCOMPARE(m_graph->timeFrom(), qint64(100000));
+    QCOMPARE(hub.cursorPair(), m_graph->cursorPair());
+
+    // The exported image shows the pair's lines: the plot's column at A darkens.
+    const QSize size = m_graph->size();
+    const int ax = int(std::floor(m_graph->renderer().xAtTime(m_graph->cursorPair().a)));
+    const QImage with = m_graph->renderImage(size);
+    QTest::keyClick(m_graph.get(), Qt::Key_Escape);
+    QVERIFY(m_graph->cursorPair().isEmpty());
+    QVERIFY(hub.cursorPair().isEmpty());
+    const QImage without = m_graph->renderImage(size);
+    const auto darkShare = [&](const QImage &image) {
+        int dark = 0;
+        for (int y = plot.top(); y <= plot.bottom(); ++y)
+            dark += qGray(image.pixel(ax, y)) < 100 ? 1 : 0;
+        return double(dark) / plot.height();
+    };
+    QVERIFY(darkShare(with) > 0.6);
+    QVERIFY(darkShare(without) < 0.2);
+    QCOMPARE(shared.count(), 4); // A, B, the drag's one move, cleared
+}

@@ -87,38 +87,54 @@ template <typename Work> void runShared(int n, bool spread, const Work &work)
         t.join();
 }
 
-// Smallest and largest number of one first-level block. Blocks are nearly always one device's plain numbers
-// with fixed decimals: those are compared as integers without branches, and only the two extremes are
-// converted.
-void blockMinMax(const TelemetryValue *v, const double *powersOfTen, double *minimum, double *maximum)
+// Smallest, largest and sum of the numbers of one first-level block. Blocks are nearly always one device's
+// plain numbers with fixed decimals: those are compared and added as integers without branches, and only
+// the results are converted.
+void blockSummary(const TelemetryValue *v, const double *powersOfTen, double *minimum, double *maximum,
+                  double *sum)
 {
     constexpr int n = GraphDecimator::kBlock;
     const quint64 h = header(v[0]);
     quint64 differs = 0;
     qint32 lo = v[0].value;
     qint32 hi = v[0].value;
+    qint64 total = v[0].value;
     for (int k = 1; k < n; ++k) {
         differs |= header(v[k]) ^ h;
         const qint32 x = v[k].value;
         lo = x < lo ? x : lo;
         hi = x > hi ? x : hi;
+        total += x;
     }
     if (differs == 0 && isLinear(v[0].type)) {
         const double scale = powersOfTen[v[0].decimals & 0xFF];
         *minimum = double(lo) / scale;
         *maximum = double(hi) / scale;
+        *sum = double(total) / scale;
         return;
     }
     *minimum = std::numeric_limits<double>::infinity();
     *maximum = -std::numeric_limits<double>::infinity();
     rawMinMax(v, 0, n, minimum, maximum);
+    double s = 0;
+    for (int k = 0; k < n; ++k)
+        s += v[k].toNumber();
+    *sum = s;
 }
 
-void summarizeBlocks(const TelemetryValue *v, int begin, int end, double *mins, double *maxs)
+void summarizeBlocks(const TelemetryValue *v, int begin, int end, double *mins, double *maxs, double *sums)
 {
     const double *powersOfTen = TelemetryValue::powersOfTen();
     for (int b = begin; b < end; ++b)
-        blockMinMax(v + qint64(b) * GraphDecimator::kBlock, powersOfTen, &mins[b], &maxs[b]);
+        blockSummary(v + qint64(b) * GraphDecimator::kBlock, powersOfTen, &mins[b], &maxs[b], &sums[b]);
+}
+
+double rawSum(const TelemetryValue *v, int begin, int end)
+{
+    double s = 0;
+    for (int i = begin; i < end; ++i)
+        s += v[i].toNumber();
+    return s;
 }
 
 // First index in [begin, end) whose timestamp is at or after t.
@@ -311,6 +327,45 @@ bool GraphDecimator::valueRange(quint64 key, const TelemetryVar &var, const Requ
     return true;
 }
 
+GraphDecimator::SpanStats GraphDecimator::spanStats(quint64 key, const TelemetryVar &var, qint64 from,
+                                                    qint64 to, quint8 unitCategory, quint8 unitTarget)
+{
+    SpanStats stats;
+    const QVector<TelemetryValue> &values = var.values();
+    const int n = values.size();
+    if (n == 0 || to < from)
+        return stats;
+    const TelemetryValue *v = values.constData();
+    const int i0 = lowerBound(v, 0, n, from);
+    const int i1 = to == std::numeric_limits<qint64>::max() ? n : lowerBound(v, i0, n, to + 1);
+    if (i1 <= i0)
+        return stats;
+    Entry &entry = entryFor(key, values);
+    Summary &summary = entry.summary;
+    double mn = std::numeric_limits<double>::infinity();
+    double mx = -std::numeric_limits<double>::infinity();
+    double sum = 0;
+    const int firstBlock = (i0 + kBlock - 1) / kBlock;
+    const int lastBlock = i1 / kBlock;
+    if (i1 - i0 > kSummaryThreshold) {
+        extendSummary(values, i1, &summary);
+        rangeMinMax(values, summary, i0, i1, &mn, &mx);
+        sum = rawSum(v, i0, firstBlock * kBlock) +
+              (summary.prefixSum[size_t(lastBlock)] - summary.prefixSum[size_t(firstBlock)]) +
+              rawSum(v, lastBlock * kBlock, i1);
+    } else {
+        rawMinMax(v, i0, i1, &mn, &mx);
+        sum = rawSum(v, i0, i1);
+    }
+    // Unit conversions are linear (a scale and an offset), so the mean converts like a value.
+    const auto convert = [=](double x) { return TelemetryUnits::convert(x, unitCategory, unitTarget); };
+    stats.samples = i1 - i0;
+    stats.minimum = convert(mn);
+    stats.maximum = convert(mx);
+    stats.mean = convert(sum / stats.samples);
+    return stats;
+}
+
 bool GraphDecimator::summarize(quint64 key, const TelemetryVar &var, int maxSamples)
 {
     const QVector<TelemetryValue> &values = var.values();
@@ -436,16 +491,23 @@ void GraphDecimator::extendSummary(const QVector<TelemetryValue> &values, int up
     const TelemetryValue *v = values.constData();
     summary->minimum[0].resize(size_t(blocks));
     summary->maximum[0].resize(size_t(blocks));
+    std::vector<double> sums(size_t(blocks - have));
     double *mins = summary->minimum[0].data();
     double *maxs = summary->maximum[0].data();
+    double *blockSums = sums.data() - have;
     // A whole recording is read once here, which is more than one core can do within a frame. The records
     // are only read and each share writes its own blocks, so the work splits without locks.
     const int todo = blocks - have;
     const int shares = share && todo >= kParallelBlocks ? helperThreads() + 1 : 1;
     runShared(shares, shares > 1, [=](int k) {
         summarizeBlocks(v, have + int(qint64(todo) * k / shares), have + int(qint64(todo) * (k + 1) / shares),
-                        mins, maxs);
+                        mins, maxs, blockSums);
     });
+    // Running sums over whole blocks: the sum of any stretch is two look-ups and its ragged ends.
+    if (summary->prefixSum.empty())
+        summary->prefixSum.push_back(0.0);
+    for (double blockSum : sums)
+        summary->prefixSum.push_back(summary->prefixSum.back() + blockSum);
     // Higher levels over whole blocks of the level below.
     for (size_t level = 1; summary->minimum[level - 1].size() >= size_t(kFanOut); ++level) {
         if (summary->minimum.size() <= level) {

@@ -90,6 +90,18 @@ public:
     // The smallest and largest value in [from, from + span) in the requested unit, whatever the width;
     // for a span without samples, of the samples either side of it. False when there are none at all.
     bool valueRange(quint64 key, const TelemetryVar &var, const Request &request, double *low, double *high);
+    // Samples from `from` to `to` (both included) in the requested unit (the request's from and span are
+    // ignored): how many, their smallest, largest and mean value. Reads the raw records, the whole blocks
+    // through the summary, so its cost follows the number of blocks, not of samples.
+    struct SpanStats
+    {
+        int samples = 0;
+        double minimum = std::numeric_limits<double>::quiet_NaN();
+        double maximum = std::numeric_limits<double>::quiet_NaN();
+        double mean = std::numeric_limits<double>::quiet_NaN();
+    };
+    SpanStats spanStats(quint64 key, const TelemetryVar &var, qint64 from, qint64 to, quint8 unitCategory,
+                        quint8 unitTarget);
     // What valueRange() and columns() would do for each job, with the variables spread over the cores; the
     // calls that follow answer from what is ready. A key is prepared for its first job only.
     void prepareRanges(const QVector<Job> &jobs);
@@ -113,7 +125,8 @@ private:
     {
         std::vector<std::vector<double>> minimum;
         std::vector<std::vector<double>> maximum;
-        int covered = 0; // samples: whole first-level blocks
+        std::vector<double> prefixSum; // sum of the numbers of first-level blocks [0, k), k = 0 .. blocks
+        int covered = 0;               // samples: whole first-level blocks
         TelemetryValue firstSample;
         TelemetryValue lastSample; // the last covered one
     };

@@ -4,14 +4,23 @@
 
 #include <algorithm>
 
+qint64 GraphTimeline::span() const
+{
+    if (!m_hasData)
+        return m_window;
+    return std::max(kMinWindowMs, std::min(m_window, m_last - m_first));
+}
+
 void GraphTimeline::setFrom(qint64 from)
 {
     m_from = from;
+    clampFrom();
 }
 
 void GraphTimeline::setWindow(qint64 window)
 {
     m_window = qBound(kMinWindowMs, window, kMaxWindowMs);
+    clampFrom();
 }
 
 void GraphTimeline::setDataRange(qint64 first, qint64 last)
@@ -19,6 +28,7 @@ void GraphTimeline::setDataRange(qint64 first, qint64 last)
     m_first = std::min(first, last);
     m_last = std::max(first, last);
     m_hasData = true;
+    clampFrom();
 }
 
 void GraphTimeline::clearDataRange()
@@ -36,33 +46,39 @@ void GraphTimeline::setLive(bool live)
 
 bool GraphTimeline::follow()
 {
-    if (!m_following || !m_hasData)
+    if (!m_hasData || !(m_following || m_fitting))
         return false;
-    const qint64 from = m_last - m_window;
-    if (from == m_from)
-        return false;
-    m_from = from;
-    return true;
+    const qint64 oldFrom = m_from;
+    const qint64 oldSpan = span();
+    if (m_fitting)
+        m_window = qBound(kMinWindowMs, m_last - m_first, kMaxWindowMs);
+    m_from = m_fitting ? m_first : m_last - span();
+    clampFrom();
+    return m_from != oldFrom || span() != oldSpan;
 }
 
 void GraphTimeline::zoomAt(qint64 t, double factor)
 {
     if (!(factor > 0))
         return;
-    const qint64 old = m_window;
-    setWindow(qRound64(double(old) * factor));
+    m_fitting = false;
+    // Zooming starts from what is on screen, so zooming into a short recording answers at once.
+    const qint64 old = span();
+    m_window = qBound(kMinWindowMs, qRound64(double(old) * factor), kMaxWindowMs);
     if (m_following && m_hasData) {
-        m_from = m_last - m_window;
+        m_from = m_last - span();
+        clampFrom();
         return;
     }
     // t stays where it was: its fraction of the span is kept.
     const double at = old > 0 ? double(t - m_from) / double(old) : 0.5;
-    m_from = t - qRound64(at * double(m_window));
+    m_from = t - qRound64(at * double(span()));
     clampFrom();
 }
 
 void GraphTimeline::panBy(qint64 ms)
 {
+    m_fitting = false;
     m_from += ms;
     clampFrom();
     // Back at the newest data while live: follow it again.
@@ -79,8 +95,16 @@ void GraphTimeline::autoZoom()
     m_from = m_first;
 }
 
+void GraphTimeline::setFitting(bool fit)
+{
+    m_fitting = fit;
+    if (fit)
+        follow();
+}
+
 void GraphTimeline::reset()
 {
+    m_fitting = false;
     setWindow(kDefaultWindowMs);
     if (m_live) {
         m_following = true;
@@ -103,25 +127,15 @@ void GraphTimeline::showEnd()
 {
     if (!m_hasData)
         return;
-    m_from = m_last - m_window;
+    m_from = m_last - span();
+    clampFrom();
     m_following = m_live;
 }
 
-void GraphTimeline::keepInData()
-{
-    if (!m_hasData)
-        return;
-    if (to() <= m_first || m_from >= m_last)
-        m_from = m_first;
-}
-
-// At least a tenth of the span stays over the data, so the user cannot lose it.
 void GraphTimeline::clampFrom()
 {
     if (!m_hasData)
         return;
-    const qint64 keep = m_window / 10;
-    const qint64 lowest = m_first - m_window + keep;
-    const qint64 highest = m_last - keep;
-    m_from = highest < lowest ? m_first : qBound(lowest, m_from, highest);
+    const qint64 highest = m_last - span();
+    m_from = highest < m_first ? m_first : qBound(m_first, m_from, highest);
 }

@@ -14,6 +14,7 @@
 #include <QActionGroup>
 #include <QApplication>
 #include <QContextMenuEvent>
+#include <QCursor>
 #include <QDateTime>
 #include <QHelpEvent>
 #include <QKeyEvent>
@@ -97,6 +98,7 @@ int WidgetGraph::load(const LayoutJsonValue &object)
     m_timeline.setWindow(window.isNumber() && seconds > 0
                              ? qint64(std::llround(std::min(seconds, 1e12) * 1000.0))
                              : GraphTimeline::kDefaultWindowMs);
+    m_autoZoom = flagOf(object.value(QStringLiteral("AutoZoom")), false);
     const LayoutJsonValue &from = object.value(QStringLiteral("TimeFrom"));
     const bool hasFrom = from.isNumber() && std::abs(from.toDouble()) < 1e15;
     if (hasFrom)
@@ -118,6 +120,7 @@ int WidgetGraph::load(const LayoutJsonValue &object)
         m_timeline.keepInData();
     else
         m_timeline.showStart();
+    m_timeline.setFitting(m_autoZoom);
     m_timeline.follow();
     invalidate();
     startSummaries();
@@ -137,6 +140,9 @@ int WidgetGraph::save(LayoutJsonWriter &writer, quint8)
     else
         writer.writeDouble(double(window) / 1000.0);
     writer.writeInt(QStringLiteral("TimeFrom"), m_timeline.from());
+    // Only when on, so layouts that never used it read as before.
+    if (m_autoZoom)
+        writer.writeInt(QStringLiteral("AutoZoom"), 1);
     writer.key(QStringLiteral("Sensors"));
     writer.beginArray();
     for (const GraphItem &item : qAsConst(m_items))
@@ -254,7 +260,7 @@ GraphRenderer::Scene WidgetGraph::buildScene() const
 {
     GraphRenderer::Scene scene;
     scene.from = m_timeline.from();
-    scene.window = m_timeline.window();
+    scene.window = m_timeline.span();
     scene.theme = m_theme;
     scene.timeGrid = m_showGrid;
     scene.markers = m_showMessages;
@@ -293,6 +299,7 @@ void WidgetGraph::ensureLayout()
 void WidgetGraph::invalidate()
 {
     m_layerValid = false;
+    m_measurementValid = false;
     update();
 }
 
@@ -435,6 +442,7 @@ void WidgetGraph::logFileLoaded()
     m_decimator.clear();
     updateDataRange();
     m_timeline.showStart();
+    m_timeline.setFitting(m_autoZoom);
     m_lastUpdate = now();
     invalidate();
     startSummaries();
@@ -447,7 +455,7 @@ void WidgetGraph::externalTimestampMoved(long timestamp, bool flag)
     // A deliberate position (a click, playback) is brought into view; hovering never moves the view.
     if (flag && !m_timeline.isFollowing() &&
         (timestamp < m_timeline.from() || timestamp >= m_timeline.to())) {
-        m_timeline.setFrom(timestamp - m_timeline.window() / 2);
+        m_timeline.setFrom(timestamp - m_timeline.span() / 2);
         invalidate();
         return;
     }
@@ -489,6 +497,74 @@ void WidgetGraph::autoZoom()
             item.autoRange = true;
     }
     invalidate();
+}
+
+void WidgetGraph::setAutoZoomOn(bool on)
+{
+    m_autoZoom = on;
+    updateDataRange();
+    m_timeline.setFitting(on);
+    if (on)
+        autoZoom();
+    invalidate();
+}
+
+const GraphMeasurement &WidgetGraph::measurement()
+{
+    ensureLayout();
+    if (!m_measurementValid) {
+        m_measurement = GraphMeasurement::measure(m_renderer.scene().series, &m_decimator, m_pair);
+        m_measurementValid = true;
+    }
+    return m_measurement;
+}
+
+void WidgetGraph::setCursorPair(const CursorPair &pair)
+{
+    if (pair == m_pair)
+        return;
+    m_pair = pair;
+    m_measurementValid = false;
+    update();
+}
+
+void WidgetGraph::changePair(const CursorPair &pair)
+{
+    if (pair == m_pair)
+        return;
+    setCursorPair(pair);
+    emit cursorPairMoved(m_pair);
+}
+
+void WidgetGraph::setCursorA(qint64 t)
+{
+    CursorPair pair = m_pair;
+    pair.hasA = true;
+    pair.a = t;
+    changePair(pair);
+}
+
+void WidgetGraph::setCursorB(qint64 t)
+{
+    CursorPair pair = m_pair;
+    pair.hasB = true;
+    pair.b = t;
+    changePair(pair);
+}
+
+void WidgetGraph::clearCursorPair()
+{
+    changePair(CursorPair());
+}
+
+WidgetGraph::Drag WidgetGraph::cursorLineAt(int x) const
+{
+    constexpr double kReach = 4.0;
+    const double toA = m_pair.hasA ? std::abs(m_renderer.xAtTime(m_pair.a) - x) : kReach + 1;
+    const double toB = m_pair.hasB ? std::abs(m_renderer.xAtTime(m_pair.b) - x) : kReach + 1;
+    if (std::min(toA, toB) > kReach)
+        return Drag::None;
+    return toA <= toB ? Drag::CursorA : Drag::CursorB;
 }
 
 void WidgetGraph::removeItem(int index)
@@ -579,6 +655,11 @@ QImage WidgetGraph::renderImage(const QSize &size) const
     renderer.layout(buildScene(), size);
     QImage image(size, QImage::Format_ARGB32_Premultiplied);
     renderer.render(&image);
+    if (!m_pair.isEmpty()) {
+        QPainter painter(&image);
+        painter.setFont(font());
+        GraphMeasurement::measure(renderer.scene().series, &decimator, m_pair).paint(&painter, renderer);
+    }
     return image;
 }
 
@@ -643,7 +724,10 @@ QMenu *WidgetGraph::createContextMenu(const QPoint &pos)
     QAction *properties = menu->addAction(tr("Properties..."));
     properties->setEnabled(item >= 0);
     connect(properties, &QAction::triggered, this, [this, item] { showProperties(item); });
-    connect(menu->addAction(tr("Auto zoom")), &QAction::triggered, this, &WidgetGraph::autoZoom);
+    QAction *fit = menu->addAction(tr("Auto zoom"));
+    fit->setCheckable(true);
+    fit->setChecked(m_autoZoom);
+    connect(fit, &QAction::toggled, this, &WidgetGraph::setAutoZoomOn);
     QAction *remove = menu->addAction(tr("Remove"));
     remove->setEnabled(item >= 0);
     connect(remove, &QAction::triggered, this, [this, item] { removeItem(item); });
@@ -669,6 +753,17 @@ QMenu *WidgetGraph::createContextMenu(const QPoint &pos)
     QAction *undo = menu->addAction(tr("Undo cut"));
     undo->setEnabled(m_store && m_store->canUndoCut() && !m_timeline.isLive());
     connect(undo, &QAction::triggered, this, &WidgetGraph::undoCutRequest);
+
+    menu->addSeparator();
+    QAction *setA = menu->addAction(tr("Set cursor A here\tCtrl+click"));
+    setA->setEnabled(inPlot);
+    connect(setA, &QAction::triggered, this, [this, t] { setCursorA(t); });
+    QAction *setB = menu->addAction(tr("Set cursor B here\tShift+click"));
+    setB->setEnabled(inPlot);
+    connect(setB, &QAction::triggered, this, [this, t] { setCursorB(t); });
+    QAction *clear = menu->addAction(tr("Clear cursors A and B\tEsc"));
+    clear->setEnabled(!m_pair.isEmpty());
+    connect(clear, &QAction::triggered, this, &WidgetGraph::clearCursorPair);
     return menu;
 }
 
@@ -715,7 +810,10 @@ void WidgetGraph::paintEvent(QPaintEvent *)
     ensureLayout();
     QPainter painter(this);
     painter.drawImage(0, 0, m_layer);
-    if (m_hasCursor)
+    // The measuring cursors replace the normal one while placed.
+    if (!m_pair.isEmpty())
+        measurement().paint(&painter, m_renderer);
+    else if (m_hasCursor)
         m_renderer.renderCursor(&painter, m_cursor);
 }
 
@@ -737,6 +835,22 @@ void WidgetGraph::mousePressEvent(QMouseEvent *event)
     m_pressPos = event->pos();
     m_dragged = false;
     m_dragAxis = m_renderer.axisAt(event->pos());
+    const bool inPlot = m_renderer.plotRect().contains(event->pos());
+    const Qt::KeyboardModifiers keys = event->modifiers() & (Qt::ControlModifier | Qt::ShiftModifier);
+    if (inPlot && (keys == Qt::ControlModifier || keys == Qt::ShiftModifier)) {
+        const qint64 t = m_renderer.timeAtX(event->pos().x());
+        if (keys == Qt::ControlModifier)
+            setCursorA(t);
+        else
+            setCursorB(t);
+        m_drag = keys == Qt::ControlModifier ? Drag::CursorA : Drag::CursorB;
+        m_dragged = true; // not a click that pins the shared cursor
+        return;
+    }
+    if (inPlot && cursorLineAt(event->pos().x()) != Drag::None) {
+        m_drag = cursorLineAt(event->pos().x());
+        return;
+    }
     if (m_dragAxis >= 0) {
         m_drag = Drag::Axis;
         m_pressLow = m_renderer.axes().at(m_dragAxis).low;
@@ -758,9 +872,16 @@ void WidgetGraph::mouseMoveEvent(QMouseEvent *event)
         if (!m_dragged && moved.manhattanLength() < QApplication::startDragDistance())
             return;
         m_dragged = true;
-        if (m_drag == Drag::Time && plot.width() > 0) {
+        if (m_drag == Drag::CursorA || m_drag == Drag::CursorB) {
+            const int x = std::clamp(event->pos().x(), plot.left(), plot.right());
+            const qint64 t = m_renderer.timeAtX(x);
+            if (m_drag == Drag::CursorA)
+                setCursorA(t);
+            else
+                setCursorB(t);
+        } else if (m_drag == Drag::Time && plot.width() > 0) {
             m_timeline.setFrom(m_pressFrom);
-            m_timeline.panBy(qRound64(-double(moved.x()) * m_timeline.window() / plot.width()));
+            m_timeline.panBy(qRound64(-double(moved.x()) * m_timeline.span() / plot.width()));
             invalidate();
         } else if (m_drag == Drag::Axis && m_dragAxis < m_items.size() && !m_items.at(m_dragAxis).locked) {
             const double perRow = (m_pressHigh - m_pressLow) / std::max(1, plot.height() - 1);
@@ -772,8 +893,14 @@ void WidgetGraph::mouseMoveEvent(QMouseEvent *event)
         }
         return;
     }
-    if (!plot.contains(event->pos()))
+    if (!plot.contains(event->pos())) {
+        unsetCursor();
         return;
+    }
+    if (cursorLineAt(event->pos().x()) != Drag::None)
+        setCursor(Qt::SizeHorCursor);
+    else
+        unsetCursor();
     m_hasCursor = true;
     m_cursor = m_renderer.timeAtX(event->pos().x());
     emit mouseOverTimestamp(long(m_cursor), false);
@@ -814,7 +941,7 @@ void WidgetGraph::wheelEvent(QWheelEvent *event)
     const bool sideways = delta.x() != 0 && delta.y() == 0;
     if (sideways || (event->modifiers() & Qt::ShiftModifier)) {
         const double steps = (sideways ? delta.x() : delta.y()) / 120.0;
-        m_timeline.panBy(qRound64(-steps * m_timeline.window() / 10.0));
+        m_timeline.panBy(qRound64(-steps * m_timeline.span() / 10.0));
         invalidate();
         return;
     }
@@ -832,7 +959,7 @@ void WidgetGraph::wheelEvent(QWheelEvent *event)
 
 void WidgetGraph::keyPressEvent(QKeyEvent *event)
 {
-    const qint64 window = m_timeline.window();
+    const qint64 window = m_timeline.span();
     const qint64 centre = m_timeline.from() + window / 2;
     switch (event->key()) {
     case Qt::Key_Left:
@@ -860,6 +987,27 @@ void WidgetGraph::keyPressEvent(QKeyEvent *event)
     case Qt::Key_End:
         m_timeline.showEnd();
         break;
+    case Qt::Key_A:
+    case Qt::Key_B: {
+        // At the mouse when it is over the plot, else at the shared cursor, else mid-view.
+        ensureLayout();
+        const QPoint mouse = mapFromGlobal(QCursor::pos());
+        const qint64 t = m_renderer.plotRect().contains(mouse) ? m_renderer.timeAtX(mouse.x())
+                         : m_hasCursor                         ? m_cursor
+                                                               : centre;
+        if (event->key() == Qt::Key_A)
+            setCursorA(t);
+        else
+            setCursorB(t);
+        return;
+    }
+    case Qt::Key_Escape:
+        if (m_pair.isEmpty()) {
+            QWidget::keyPressEvent(event);
+            return;
+        }
+        clearCursorPair();
+        return;
     default:
         QWidget::keyPressEvent(event);
         return;
@@ -927,6 +1075,9 @@ void WidgetGraph::wire(WidgetGraph *window, WindowHub *hub, TelemetryData *store
         connect(window, &WidgetGraph::removeTelemetryAfterTimestamp, hub,
                 &WindowHub::removeTelemetryAfterTimestamp);
         connect(window, &WidgetGraph::undoCutRequest, hub, &WindowHub::undoCutRequest);
+        connect(window, &WidgetGraph::cursorPairMoved, hub, &WindowHub::setCursorPair);
+        connect(hub, &WindowHub::cursorPairChanged, window, &WidgetGraph::setCursorPair);
+        window->setCursorPair(hub->cursorPair());
     }
     if (store) {
         connect(store, &TelemetryData::loggingStatusChanged, window, &WidgetGraph::setLogging);

@@ -4,6 +4,7 @@
 #include "telemetry/TelemetrySimplePair.h"
 #include "widgets/graph/GraphDecimator.h"
 #include "widgets/graph/GraphItem.h"
+#include "widgets/graph/GraphMeasurement.h"
 #include "widgets/graph/GraphRenderer.h"
 #include "widgets/graph/GraphTimeline.h"
 #include "widgets/graph/WidgetGraphExport.h"
@@ -33,7 +34,13 @@ class TelemetryData;
 // locked); Shift+wheel or a sideways wheel pans; dragging pans time (over a Y axis: its range); a click
 // pins the shared cursor; a double click on an axis opens its properties, on the plot it zooms to the
 // whole recording. Left/Right pan by a tenth, Page Up/Down by a whole span, +/- zoom, Home shows the
-// start and End the newest data (following it while recording). The context menu can also cut the
+// start and End the newest data (following it while recording). The view stays inside the recording.
+//
+// Measuring cursors: Ctrl+click (or the key A) places cursor A, Shift+click (or B) cursor B, at the time
+// under the mouse; either is dragged by its line; Esc or "Clear cursors A and B" removes them. While
+// any is placed, a readout replaces the normal cursor: the times, delta t and, per item, the values at A
+// and B, their difference, and the minimum, maximum, mean and slope per second between them. The pair is
+// shared with the other windows and drawn in the exported image. The context menu can also cut the
 // recording before or after the time clicked at, when that lies inside the recording (asking first, No
 // being the default); this emits removeTelemetryBeforeTimestamp or removeTelemetryAfterTimestamp for the
 // store, and "Undo cut" emits undoCutRequest while the store can take the last cut back.
@@ -84,6 +91,11 @@ public:
     // Alarm messages of the loaded recording.
     int alarmCount() const;
     const GraphRenderer &renderer() const { return m_renderer; }
+    const CursorPair &cursorPair() const { return m_pair; }
+    // The readings of the measuring cursors as drawn now.
+    const GraphMeasurement &measurement();
+    // "Auto zoom" checked: a new recording shows whole, and a live one keeps fitting as it grows.
+    bool autoZoomOn() const { return m_autoZoom; }
     const GraphDecimator &decimator() const { return m_decimator; }
 
     // The "Visualization menu" for a point of the window; the caller owns it.
@@ -107,6 +119,12 @@ public slots:
     void setTheme(int theme);
     void resetTimeline();
     void autoZoom();
+    void setAutoZoomOn(bool on);
+    // The measuring cursors as another window set them; this window does not pass them on again.
+    void setCursorPair(const CursorPair &pair);
+    void setCursorA(qint64 t);
+    void setCursorB(qint64 t);
+    void clearCursorPair();
     void showProperties(int index);
     void exportImage();
     void removeItem(int index);
@@ -123,6 +141,7 @@ signals:
     void removeTelemetryBeforeTimestamp(long timestamp);
     void removeTelemetryAfterTimestamp(long timestamp);
     void undoCutRequest();
+    void cursorPairMoved(const CursorPair &pair);
 
 protected:
     bool event(QEvent *event) override;
@@ -145,7 +164,9 @@ private:
     {
         None,
         Time,
-        Axis
+        Axis,
+        CursorA,
+        CursorB
     };
 
     const QVector<TelemetrySensor> *sensorList() const;
@@ -165,6 +186,9 @@ private:
     void updateDataRange();
     QColor nextColor() const;
     int itemAt(const QPoint &pos);
+    // The measuring cursor whose line is within a few pixels of x: Drag::CursorA, CursorB or None.
+    Drag cursorLineAt(int x) const;
+    void changePair(const CursorPair &pair);
     bool zoomAxis(int index, double factor, int y);
     // Times of the store's first and last sample; false when it holds none.
     bool sampleRange(qint64 *first, qint64 *last) const;
@@ -191,6 +215,10 @@ private:
     int m_theme = GraphTheme::White;
     bool m_hasCursor = false;
     qint64 m_cursor = 0;
+    bool m_autoZoom = false;
+    CursorPair m_pair;
+    GraphMeasurement m_measurement;
+    bool m_measurementValid = false;
 
     GraphDecimator m_decimator;
     GraphRenderer m_renderer;

@@ -5,6 +5,7 @@
 #include "telemetry/TelemetrySensor.h"
 #include "telemetry/TelemetrySimplePair.h"
 #include "telemetry/TelemetryVar.h"
+#include "widgets/layout/CursorPair.h"
 
 #include <QObject>
 #include <QString>
@@ -21,6 +22,13 @@ class WindowHub : public QObject
 public:
     explicit WindowHub(QObject *parent = nullptr);
 
+    // The measuring cursors as the windows last set them; a window opened later starts from them.
+    const CursorPair &cursorPair() const { return m_cursorPair; }
+
+public slots:
+    // A window moved, set or cleared the measuring cursors: every window hears of it once.
+    void setCursorPair(const CursorPair &pair);
+
 signals:
     // Main window to data windows.
     void addSensorRequest(const TelemetryVar *variable);
@@ -30,6 +38,7 @@ signals:
     void logFileLoadedRequest();
     void mouseOverTimestampRequest(long timestamp, bool flag);
     void deviceAddedRequest(const Vector<Device> *devices);
+    void cursorPairChanged(const CursorPair &pair);
 
     // Data windows to the main window, each named after the main window's slot it is meant for.
     void focusUpdated();
@@ -49,4 +58,7 @@ signals:
     void modelActivated(int modelId);
     void modelFolderActivated(int modelId, int folderId);
     void modelFolderDeleted(int, int, int);
+
+private:
+    CursorPair m_cursorPair;
 };

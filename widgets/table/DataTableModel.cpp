@@ -1,5 +1,7 @@
 #include "widgets/table/DataTableModel.h"
 
+#include <QColor>
+
 #include "telemetry/CsvTableWriter.h"
 #include "telemetry/TableSampler.h"
 
@@ -229,7 +231,35 @@ QVariant DataTableModel::data(const QModelIndex &index, int role) const
         return cellText(value(index.row(), index.column()));
     if (role == Qt::TextAlignmentRole)
         return int(Qt::AlignRight | Qt::AlignVCenter);
+    if (role == Qt::BackgroundRole && isMarked(index.row()))
+        return QColor(255, 214, 102, 90);
     return QVariant();
+}
+
+void DataTableModel::setMarkedSpan(qint64 fromMs, qint64 toMs)
+{
+    if (m_marked && m_markFrom == fromMs && m_markTo == toMs)
+        return;
+    m_marked = true;
+    m_markFrom = std::min(fromMs, toMs);
+    m_markTo = std::max(fromMs, toMs);
+    if (m_rows > 0 && !m_columns.isEmpty())
+        emit dataChanged(index(0, 0), index(m_rows - 1, m_columns.size() - 1), {Qt::BackgroundRole});
+}
+
+void DataTableModel::clearMarkedSpan()
+{
+    if (!m_marked)
+        return;
+    m_marked = false;
+    if (m_rows > 0 && !m_columns.isEmpty())
+        emit dataChanged(index(0, 0), index(m_rows - 1, m_columns.size() - 1), {Qt::BackgroundRole});
+}
+
+bool DataTableModel::isMarked(int row) const
+{
+    const qint64 t = rowTimeMs(row);
+    return m_marked && t >= m_markFrom && t <= m_markTo;
 }
 
 QVariant DataTableModel::headerData(int section, Qt::Orientation orientation, int role) const

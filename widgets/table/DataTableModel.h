@@ -50,6 +50,12 @@ public:
     // computed, and cells of columns that had ended before are filled in.
     void appendNewValues();
 
+    // Rows whose time lies from fromMs to toMs (both included) are shaded: the span between the
+    // measuring cursors. clearMarkedSpan() removes the shading.
+    void setMarkedSpan(qint64 fromMs, qint64 toMs);
+    void clearMarkedSpan();
+    bool isMarked(int row) const;
+
     // Not-a-number for an empty cell.
     double value(int row, int column) const;
     static QString cellText(double value);
@@ -85,4 +91,7 @@ private:
     int m_period = kDefaultPeriodMs;
     bool m_smooth = false;
     bool m_valid = false;
+    bool m_marked = false;
+    qint64 m_markFrom = 0;
+    qint64 m_markTo = 0;
 };

@@ -1,6 +1,7 @@
 #include "widgets/table/WidgetDataTable.h"
 
 #include "telemetry/CsvTableWriter.h"
+#include "telemetry/TableRowRange.h"
 #include "telemetry/TelemetryData.h"
 #include "telemetry/XlsxTableWriter.h"
 #include "widgets/layout/LayoutJsonValue.h"
@@ -90,6 +91,10 @@ WidgetDataTable::WidgetDataTable(TelemetryData *store, QWidget *parent)
     m_valid->setToolTip(tr("Only valid values shall be displayed. If not valid, empty cell is shown."));
     m_csvButton = new QPushButton(tr("Export to CSV..."), this);
     m_excelButton = new QPushButton(tr("Export to Excel..."), this);
+    m_between = new QCheckBox(tr("Export only the rows between cursors A and B"), this);
+    m_between->setToolTip(tr("Place cursors A and B on a chart (Ctrl+click, Shift+click) or from this "
+                             "table's menu"));
+    m_between->setEnabled(false);
 
     auto *properties = new QGroupBox(tr("Table properties"), this);
     auto *form = new QFormLayout(properties);
@@ -101,6 +106,7 @@ WidgetDataTable::WidgetDataTable(TelemetryData *store, QWidget *parent)
     buttons->addWidget(m_excelButton);
     buttons->addStretch();
     form->addRow(new QLabel(tr("Export options:"), properties));
+    form->addRow(m_between);
     form->addRow(buttons);
 
     auto *settings = new QWidget(this);
@@ -267,7 +273,7 @@ void WidgetDataTable::removeAll()
         m_model->removeAll();
 }
 
-QMenu *WidgetDataTable::createContextMenu(QWidget *parent)
+QMenu *WidgetDataTable::createContextMenu(QWidget *parent, int row)
 {
     auto *menu = new QMenu(parent);
     menu->setTitle(tr("Data table menu"));
@@ -280,12 +286,46 @@ QMenu *WidgetDataTable::createContextMenu(QWidget *parent)
     QAction *all = menu->addAction(tr("Remove all"));
     all->setEnabled(m_model->tableColumns() > 0);
     connect(all, &QAction::triggered, this, &WidgetDataTable::removeAll);
+
+    menu->addSeparator();
+    const bool onRow = row >= 0 && row < m_model->rowCount();
+    const qint64 t = onRow ? m_model->rowTimeMs(row) : 0;
+    const QString at = onRow ? CsvTableWriter::timeText(t) : QString();
+    const auto place = [this, t](bool a) {
+        CursorPair pair = m_pair;
+        (a ? pair.hasA : pair.hasB) = true;
+        (a ? pair.a : pair.b) = t;
+        setCursorPair(pair);
+        emit cursorPairMoved(m_pair);
+    };
+    QAction *setA = menu->addAction(onRow ? tr("Set cursor A at %1").arg(at) : tr("Set cursor A"));
+    setA->setEnabled(onRow);
+    connect(setA, &QAction::triggered, this, [place] { place(true); });
+    QAction *setB = menu->addAction(onRow ? tr("Set cursor B at %1").arg(at) : tr("Set cursor B"));
+    setB->setEnabled(onRow);
+    connect(setB, &QAction::triggered, this, [place] { place(false); });
+    QAction *clear = menu->addAction(tr("Clear cursors A and B"));
+    clear->setEnabled(!m_pair.isEmpty());
+    connect(clear, &QAction::triggered, this, [this] {
+        setCursorPair(CursorPair());
+        emit cursorPairMoved(m_pair);
+    });
     return menu;
+}
+
+void WidgetDataTable::setCursorPair(const CursorPair &pair)
+{
+    m_pair = pair;
+    if (pair.isComplete())
+        m_model->setMarkedSpan(pair.low(), pair.high());
+    else
+        m_model->clearMarkedSpan();
+    m_between->setEnabled(pair.isComplete());
 }
 
 void WidgetDataTable::showContextMenu(const QPoint &pos)
 {
-    QMenu *menu = createContextMenu(this);
+    QMenu *menu = createContextMenu(this, m_view->rowAt(pos.y()));
     menu->setAttribute(Qt::WA_DeleteOnClose);
     menu->popup(m_view->viewport()->mapToGlobal(pos));
 }
@@ -390,7 +430,10 @@ bool WidgetDataTable::runExport(const QString &path, const QString &label, const
     progress.setWindowModality(Qt::WindowModal);
     progress.setMinimumDuration(m_progressDelay);
     Writer writer;
-    const bool ok = writer.write(*m_model, path, [&progress](qint64 done, qint64 total) {
+    TableRowRange rows = m_between->isChecked() && m_pair.isComplete()
+                             ? TableRowRange::between(*m_model, m_pair.low(), m_pair.high())
+                             : TableRowRange(*m_model, 0, m_model->tableRows());
+    const bool ok = writer.write(rows, path, [&progress](qint64 done, qint64 total) {
         progress.setMaximum(int(total));
         progress.setValue(int(done));
         return !progress.wasCanceled();
@@ -418,6 +461,9 @@ void WidgetDataTable::wire(WidgetDataTable *window, WindowHub *hub, TelemetryDat
 {
     if (!hub)
         return;
+    connect(hub, &WindowHub::cursorPairChanged, window, &WidgetDataTable::setCursorPair);
+    connect(window, &WidgetDataTable::cursorPairMoved, hub, &WindowHub::setCursorPair);
+    window->setCursorPair(hub->cursorPair());
     connect(hub, &WindowHub::addSensorRequest, window, &WidgetDataTable::addData);
     connect(hub, &WindowHub::updateSensorsRequest, window, &WidgetDataTable::sensorsUpdated);
     connect(hub, &WindowHub::valueAddedRequest, window, &WidgetDataTable::dataUpdated);

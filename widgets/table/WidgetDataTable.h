@@ -1,6 +1,7 @@
 #pragma once
 
 #include "telemetry/TelemetrySensor.h"
+#include "widgets/layout/CursorPair.h"
 #include "widgets/layout/SerializableWidget.h"
 
 #include <QString>
@@ -20,7 +21,9 @@ class WidgetManager;
 
 // "Data table": chosen variables sampled at a fixed period, one row per step and one column per
 // variable, with CSV and Excel export. Variables are dropped in from the sensor list and removed from
-// the context menu; the period and the two interpolation switches are on the "Settings" tab.
+// the context menu; the period and the two interpolation switches are on the "Settings" tab. The rows
+// between the measuring cursors A and B are shaded and can be exported alone; the context menu places
+// either cursor at a row.
 class WidgetDataTable : public QWidget, public SerializableWidget
 {
     Q_OBJECT
@@ -50,9 +53,13 @@ public:
     QCheckBox *validBox() const { return m_valid; }
     QPushButton *csvButton() const { return m_csvButton; }
     QPushButton *excelButton() const { return m_excelButton; }
+    // "Export only the rows between cursors A and B": enabled while both are placed.
+    QCheckBox *betweenCursorsBox() const { return m_between; }
+    const CursorPair &cursorPair() const { return m_pair; }
 
-    // "Data table menu": Remove "<column>" per column, then "Remove all". The caller owns it.
-    QMenu *createContextMenu(QWidget *parent = nullptr);
+    // "Data table menu": Remove "<column>" per column, then "Remove all", then the measuring cursors at
+    // row (when it is one). The caller owns it.
+    QMenu *createContextMenu(QWidget *parent = nullptr, int row = -1);
 
     // Export to a chosen file with a progress dialog; errors are shown, a cancel leaves no file.
     bool exportCsvTo(const QString &path);
@@ -69,9 +76,12 @@ public slots:
     void exportExcel();
     void removeColumn(int column);
     void removeAll();
+    // The measuring cursors as another window set them.
+    void setCursorPair(const CursorPair &pair);
 
 signals:
     void gotFocus();
+    void cursorPairMoved(const CursorPair &pair);
 
 protected:
     void dragEnterEvent(QDragEnterEvent *event) override;
@@ -105,6 +115,8 @@ private:
     QCheckBox *m_valid = nullptr;
     QPushButton *m_csvButton = nullptr;
     QPushButton *m_excelButton = nullptr;
+    QCheckBox *m_between = nullptr;
+    CursorPair m_pair;
     QString m_lastFolder;
     int m_progressDelay = 500;
     bool m_exporting = false;
