@@ -1,11 +1,13 @@
 // Graph redraw time for 8 variables x 1.25 million samples (10 million points) at 1920x1080: the whole
 // recording in view drawn from the raw records (first time, building the block summaries, and after a
 // zoom, with them), from the decimation cache, and the window's repaint when only the cursor moves; then
-// the default 30 s window and a live-following step. Usage: bench_graph [samples-per-variable]
+// the default 30 s window and a live-following step; then the measuring cursors' readout while B is dragged.
+// Usage: bench_graph [samples-per-variable]
 #include "BenchUtil.h"
 
 #include "telemetry/TelemetryData.h"
 #include "widgets/graph/GraphDecimator.h"
+#include "widgets/graph/GraphMeasurement.h"
 #include "widgets/graph/GraphRenderer.h"
 #include "widgets/graph/WidgetGraph.h"
 
@@ -255,5 +257,35 @@ int main(int argc, char *argv[])
         follow.add([&] { draw(renderer, sceneFor(package, last - 30000 - 40 * (r + 1), 30000)); });
     window30.print("30 s window, first draw from raw records:");
     follow.print("30 s window, live step (40 ms later):");
+
+    // Measuring cursors: A fixed at a tenth of the flight, B dragged across the rest. Each step reads
+    // the values at A and B and the minimum, maximum, mean and slope between them for all 8 items from
+    // the raw records (the block summaries of the draw above are reused), then the window repaints the
+    // readout over its cached image.
+    const GraphRenderer::Scene measured = sceneFor(package, 0, last + 1);
+    CursorPair pair;
+    pair.hasA = pair.hasB = true;
+    pair.a = last / 10;
+    Timing readout;
+    for (int r = 0; r < 41; ++r) {
+        pair.b = last / 10 + (last - last / 10) * (r + 1) / 41 - 7 * r;
+        readout.add([&] { GraphMeasurement::measure(measured.series, &decimator, pair); });
+    }
+    GraphDecimator cold2;
+    pair.b = last - 1;
+    Timing firstReadout;
+    firstReadout.add([&] { GraphMeasurement::measure(measured.series, &cold2, pair); });
+    pair.b = last / 5;
+    graph.setCursorPair(pair);
+    graph.render(&screen);
+    Timing dragRepaint;
+    for (int r = 0; r < 25; ++r) {
+        pair.b = last / 5 + (last - last / 5) * r / 25 + 13;
+        graph.setCursorPair(pair);
+        dragRepaint.add([&] { graph.render(&screen); });
+    }
+    readout.print("A/B readout, 8 items, B dragged (per update):");
+    firstReadout.print("A/B readout, first one without summaries:");
+    dragRepaint.print("window repaint while B is dragged:");
     return 0;
 }
