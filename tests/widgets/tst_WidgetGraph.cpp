@@ -229,6 +229,8 @@ private slots:
     void exportImage();
     void exportSettings_data();
     void exportSettings();
+    void logOpensAtItsStart_data();
+    void logOpensAtItsStart();
     void measuringCursors_data();
     void measuringCursors();
     void measuringCursorGestures();
@@ -1213,4 +1215,31 @@ void tst_WidgetGraph::measuringCursorGestures()
     QVERIFY(darkShare(with) > 0.6);
     QVERIFY(darkShare(without) < 0.2);
     QCOMPARE(shared.count(), 4); // A, B, the drag's one move, cleared
+}
+
+void tst_WidgetGraph::logOpensAtItsStart_data()
+{
+    QTest::addColumn<bool>("autoZoom");
+    QTest::newRow("its first 30 s") << false;
+    QTest::newRow("auto zoom: all of it") << true;
+}
+
+void tst_WidgetGraph::logOpensAtItsStart()
+{
+    QFETCH(bool, autoZoom);
+    m_graph->addData(var(1));
+    m_graph->setAutoZoomOn(autoZoom);
+    m_graph->setTimeSpan(450000, 30000);
+    // The next log starts 5 s into its clock and lasts 100 s.
+    TelemetryDataPackage next;
+    next.addDevice(kDevice, QStringLiteral("Vario"));
+    TelemetryVar altitude(kDevice, 1, QStringLiteral("Altitude"), QStringLiteral("m"));
+    for (qint32 t = 5000; t <= 105000; t += 100)
+        altitude.append(raw(1, 1, t / 100, t));
+    next.devices()[0].vars() << altitude;
+    m_store->setPackage(next);
+    m_graph->sensorsUpdated(m_store->sensors());
+    m_graph->logFileLoaded();
+    QCOMPARE(m_graph->timeFrom(), qint64(5000));
+    QCOMPARE(m_graph->timeline().to(), autoZoom ? qint64(105000) : qint64(35000));
 }
