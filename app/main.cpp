@@ -10,6 +10,7 @@
 #include <QDebug>
 #include <QDir>
 #include <QFile>
+#include <QIcon>
 #include <QLocale>
 #include <QLoggingCategory>
 #include <QTimer>
@@ -28,6 +29,9 @@ int main(int argc, char *argv[])
     QApplication::setOrganizationName(QStringLiteral("Vexo"));
     QApplication::setApplicationName(QStringLiteral("Vexo Studio"));
     QApplication::setApplicationVersion(QString::fromLatin1(AppSettings::kVersion));
+    // The installed desktop entry and icon share this name: the desktop matches the window to them.
+    QGuiApplication::setDesktopFileName(QStringLiteral("vexo-studio"));
+    QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("vexo-studio")));
     Q_INIT_RESOURCE(resources);
     registerTelemetryMetaTypes();
 
@@ -84,13 +88,9 @@ int main(int argc, char *argv[])
         }
         if (!settings.isLoaded()) {
             // Nobody can answer a box on a machine without a display: the screenshot run says it instead.
-            if (shotPath.isEmpty())
-                window.prompter()->warning(
-                    &window, QObject::tr("Error"),
-                    QObject::tr("<b>Configuration not loaded</b><br><br>Reinitializing..."));
-            else
+            if (!shotPath.isEmpty())
                 std::fprintf(stderr, "Configuration not loaded: reinitializing\n");
-            window.applyDefaultLayout();
+            window.startWithoutSettings(shotPath.isEmpty());
         }
         result = app.exec();
     }

@@ -6,6 +6,7 @@
 #include "widgets/sensors/WidgetLogSensors.h"
 
 #include <QAction>
+#include <QHeaderView>
 #include <QMenu>
 #include <QMimeData>
 #include <QSignalSpy>
@@ -68,6 +69,7 @@ private slots:
     void dropTextParsing_data();
     void dropTextParsing();
     void layoutKeepsOnlyTheType();
+    void unitsStandInOneColumn();
 
 private:
     QTreeWidgetItem *itemFor(quint32 deviceId, int param) const; // param -1: the sensor item
@@ -387,6 +389,76 @@ void tst_WidgetLogSensors::layoutKeepsOnlyTheType()
         QCOMPARE(m_widget->save(writer, flag), 0);
         writer.endObject();
         QCOMPARE(writer.data(), QByteArray("{\"Type\":\"Sensors\"}"));
+    }
+}
+
+namespace {
+// Where the ink of one row's name column lies: the last inked pixel column, and the widest blank run
+// between the first and the last (the gap before the unit, when the label has no blanks of its own).
+struct RowInk
+{
+    int right = -1;
+    int widestGap = 0;
+};
+
+RowInk rowInk(const QImage &image, const QRect &row)
+{
+    RowInk ink;
+    int first = -1, gap = 0;
+    for (int x = row.left(); x <= row.right(); ++x) {
+        bool inked = false;
+        for (int y = row.top(); y <= row.bottom() && !inked; ++y)
+            inked = qGray(image.pixel(x, y)) < 128;
+        if (!inked) {
+            ++gap;
+            continue;
+        }
+        if (first >= 0)
+            ink.widestGap = qMax(ink.widestGap, gap);
+        first = first < 0 ? x : first;
+        ink.right = x;
+        gap = 0;
+    }
+    return ink;
+}
+} // namespace
+
+void tst_WidgetLogSensors::unitsStandInOneColumn()
+{
+    // The same unit after labels narrower and wider than the style's 80-pixel tab stops, numbers of one
+    // and two digits; then a still wider label arrives and the column moves for it.
+    const QStringList first = {"A", "Voltage", "WWWWWWWWWWWWWWWW"};
+    const QStringList second = first + QStringList{"MMMMMMMMMMMMMMMMMMMMMMMMMMMMMM"};
+    m_widget->resize(900, 300);
+    m_widget->show();
+    QVERIFY(QTest::qWaitForWindowExposed(m_widget.get()));
+    QTreeWidget *tree = m_widget->tree();
+    const qreal blank = QFontMetricsF(tree->font()).horizontalAdvance(QLatin1Char(' '));
+    for (const QStringList &labels : {first, second}) {
+        TelemetryDataPackage p;
+        p.addDevice(kGps, QStringLiteral("Receiver"));
+        for (int i = 0; i < labels.size(); ++i)
+            p.devices()[0].vars() << makeVar(kGps, quint32(1 + 5 * i), labels.at(i), QStringLiteral("V"), 1);
+        m_store->setPackage(p);
+        const QImage image = tree->viewport()->grab().toImage();
+        const int left = tree->header()->sectionViewportPosition(0);
+        const int width = tree->header()->sectionSize(0);
+        QVector<RowInk> rows;
+        for (int i = 0; i < labels.size(); ++i) {
+            const QRect row = tree->visualItemRect(itemFor(kGps, 1 + 5 * i));
+            rows << rowInk(image, QRect(left, row.top(), width, row.height()).intersected(image.rect()));
+            QVERIFY2(rows.last().right > 0, qPrintable(labels.at(i)));
+        }
+        for (int i = 1; i < rows.size(); ++i)
+            QVERIFY2(qAbs(rows.at(i).right - rows.at(0).right) <= 1,
+                     qPrintable(QStringLiteral("%1 ends at %2, %3 at %4")
+                                    .arg(labels.at(i))
+                                    .arg(rows.at(i).right)
+                                    .arg(labels.at(0))
+                                    .arg(rows.at(0).right)));
+        // The column stands just past the widest label, not anywhere to the right.
+        QVERIFY2(rows.last().widestGap >= blank && rows.last().widestGap <= 4 * blank,
+                 qPrintable(QString::number(rows.last().widestGap)));
     }
 }
 

@@ -6,17 +6,21 @@
 #include "widgets/layout/SensorDragData.h"
 #include "widgets/layout/WindowHub.h"
 #include "widgets/layout/WindowTypes.h"
+#include "widgets/sensors/SensorItemDelegate.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QDrag>
 #include <QEvent>
+#include <QFontMetricsF>
 #include <QHeaderView>
 #include <QMenu>
 #include <QMimeData>
 #include <QMouseEvent>
 #include <QTreeWidget>
 #include <QVBoxLayout>
+
+#include <cmath>
 
 WidgetLogSensors::WidgetLogSensors(QWidget *parent) : QWidget(parent)
 {
@@ -30,6 +34,8 @@ WidgetLogSensors::WidgetLogSensors(QWidget *parent) : QWidget(parent)
     m_tree->header()->setStretchLastSection(false);
     m_tree->setSelectionMode(QAbstractItemView::SingleSelection);
     m_tree->setContextMenuPolicy(Qt::CustomContextMenu);
+    m_delegate = new SensorItemDelegate(m_tree);
+    m_tree->setItemDelegateForColumn(NameColumn, m_delegate);
     // Dragging is started by hand: the payload and pixmap depend on the item, not on the view.
     m_tree->viewport()->installEventFilter(this);
     m_tree->installEventFilter(this);
@@ -123,6 +129,23 @@ void WidgetLogSensors::updateItems(const QVector<TelemetrySensor> *data)
     m_tree->addTopLevelItems(top);
     for (QTreeWidgetItem *item : top)
         item->setExpanded(!m_collapsed.contains(item->data(NameColumn, DeviceIdRole).toUInt()));
+    updateTabStop();
+}
+
+void WidgetLogSensors::updateTabStop()
+{
+    const QFontMetricsF metrics(m_tree->font());
+    qreal widest = 0;
+    for (const QTreeWidgetItem *item : qAsConst(m_varItems)) {
+        const QString text = item->text(NameColumn);
+        const int tab = text.indexOf(QLatin1Char('\t'));
+        if (tab >= 0)
+            widest = qMax(widest, metrics.horizontalAdvance(text.left(tab)));
+    }
+    // A gap of two blanks before the units; whole pixels, so every unit is drawn alike.
+    m_delegate->setTabStop(widest > 0 ? std::ceil(widest + 2 * metrics.horizontalAdvance(QLatin1Char(' ')))
+                                      : 0);
+    m_tree->viewport()->update();
 }
 
 void WidgetLogSensors::updateLoggedValues(const QVector<TelemetrySensor> *data)
@@ -204,6 +227,8 @@ bool WidgetLogSensors::eventFilter(QObject *watched, QEvent *event)
 {
     if (watched == m_tree && event->type() == QEvent::FocusIn) {
         emit gotFocus();
+    } else if (watched == m_tree && event->type() == QEvent::FontChange) {
+        updateTabStop();
     } else if (watched == m_tree->viewport()) {
         if (event->type() == QEvent::MouseButtonPress) {
             auto *e = static_cast<QMouseEvent *>(event);

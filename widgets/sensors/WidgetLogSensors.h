@@ -8,6 +8,7 @@
 #include <QSet>
 #include <QWidget>
 
+class SensorItemDelegate;
 class TelemetryData;
 class WindowHub;
 
@@ -85,9 +86,12 @@ protected:
 
 private:
     void startDrag(QTreeWidgetItem *item);
+    // The units stand in one column: the tab stop goes past the widest "number. label".
+    void updateTabStop();
     const TelemetryVar *findVar(quint32 deviceId, quint32 param) const;
 
     QTreeWidget *m_tree = nullptr;
+    SensorItemDelegate *m_delegate = nullptr;
     QMenu *m_menu = nullptr;
     QAction *m_exportAction = nullptr;
     QAction *m_deleteAction = nullptr;
