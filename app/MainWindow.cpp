@@ -591,6 +591,14 @@ bool MainWindow::applyDefaultLayout()
     return false;
 }
 
+void MainWindow::startWithoutSettings(bool warn)
+{
+    if (warn)
+        prompter()->warning(this, tr("Error"),
+                            tr("<b>Configuration not loaded</b><br><br>Reinitializing..."));
+    applyDefaultLayout();
+}
+
 void MainWindow::showConfiguration()
 {
     DialogConfig dialog(m_settings, m_link->wrapper(), this);

@@ -52,6 +52,9 @@ public:
     void setActiveModel(int modelId);
     // Applies the default layout; false (after the layout error box) when it cannot be read.
     bool applyDefaultLayout();
+    // Start-up when the settings could not be read: the warning (unless nobody is there to answer it),
+    // then the default layout.
+    void startWithoutSettings(bool warn = true);
     // The active model's layout, or the default one when there is none.
     void restoreSession();
     // What the data folder check found at start; shown by showStartupReport() once the window is up.
