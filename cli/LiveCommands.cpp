@@ -192,6 +192,8 @@ int LiveCommands::record(const QStringList &args, std::FILE *out, std::FILE *err
     loop.exec();
     status.stop();
     link.stop();
+    // The last records the link handed on while stopping are still queued for the decoder.
+    QCoreApplication::sendPostedEvents(&decoder, QEvent::MetaCall);
     decoder.flush();
     store.setLogging(false);
 

@@ -22,6 +22,22 @@ bool SerialPlatform::portExists(const QString &name)
     return false;
 }
 
+QList<SerialPlatform::PortInfo> SerialPlatform::availablePorts()
+{
+    QList<PortInfo> ports;
+    for (const QSerialPortInfo &info : QSerialPortInfo::availablePorts()) {
+        PortInfo port;
+        port.location = info.systemLocation();
+        port.name = info.portName();
+        port.description = info.description();
+        port.hasUsbIds = info.hasVendorIdentifier() && info.hasProductIdentifier();
+        port.vendor = info.vendorIdentifier();
+        port.product = info.productIdentifier();
+        ports << port;
+    }
+    return ports;
+}
+
 QString SerialPlatform::permissionHint(const QString &name)
 {
 #ifdef Q_OS_WIN

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QList>
 #include <QString>
 
 // The few serial-port questions whose answer depends on the operating system.
@@ -9,4 +10,17 @@ namespace SerialPlatform {
 bool portExists(const QString &name);
 // When opening failed for lack of permission: what grants it, in one sentence; else empty.
 QString permissionHint(const QString &name);
+
+// One serial port as the system lists it; the USB identifiers only when the port reports both.
+struct PortInfo
+{
+    QString location; // what opens it
+    QString name;
+    QString description;
+    bool hasUsbIds = false;
+    quint16 vendor = 0;
+    quint16 product = 0;
+};
+// The system's serial ports, in its order.
+QList<PortInfo> availablePorts();
 } // namespace SerialPlatform

@@ -7,7 +7,6 @@
 #include <QDebug>
 #include <QMetaEnum>
 #include <QMutexLocker>
-#include <QSerialPortInfo>
 #include <QTimer>
 
 #include <algorithm>
@@ -21,13 +20,12 @@ namespace {
 // USB adapters the maker ships: (vendor, product).
 const QPair<quint16, quint16> kAdapters[] = {{0x0483, 0x5840}, {0x0403, 0x6001}};
 
-bool isKnownAdapter(const QSerialPortInfo &info)
+bool isKnownAdapter(const SerialPlatform::PortInfo &info)
 {
-    if (!info.hasVendorIdentifier() || !info.hasProductIdentifier())
+    if (!info.hasUsbIds)
         return false;
-    return std::any_of(std::begin(kAdapters), std::end(kAdapters), [&](const auto &a) {
-        return a.first == info.vendorIdentifier() && a.second == info.productIdentifier();
-    });
+    return std::any_of(std::begin(kAdapters), std::end(kAdapters),
+                       [&](const auto &a) { return a.first == info.vendor && a.second == info.product; });
 }
 
 bool isFatal(QSerialPort::SerialPortError e)
@@ -41,6 +39,8 @@ constexpr int kMaxAnswerFrame = LxFrame::kMaxRequest + 5;
 // USB serial adapters hand received bytes over in batches, several milliseconds apart; an answer window
 // shorter than that would drop answers that are merely on their way. An answer ends the wait at once.
 constexpr qint64 kAdapterLatencyMs = 12;
+// How long received telemetry may wait before it is handed on: well below what a window shows.
+constexpr qint64 kTelemetryBatchMs = 20;
 } // namespace
 
 SerialPortWrapper::SerialPortWrapper(LinkClock *clock, QObject *parent)
@@ -168,6 +168,7 @@ void SerialPortWrapper::start()
 void SerialPortWrapper::stop()
 {
     QMutexLocker lock(&m_mutex);
+    flushTelemetry(m_clock->elapsedMs());
     if (m_timer)
         m_timer->stop();
     if (m_port && m_port->isOpen())
@@ -289,16 +290,22 @@ int SerialPortWrapper::setSerialPort(const QString &name)
     return result;
 }
 
+void SerialPortWrapper::setPortLister(PortLister lister)
+{
+    QMutexLocker lock(&m_mutex);
+    m_portLister = std::move(lister);
+}
+
 void SerialPortWrapper::findDefaultSerialPort()
 {
     QMutexLocker lock(&m_mutex);
     const bool wasOpen = closeForReopen();
-    for (const QSerialPortInfo &info : QSerialPortInfo::availablePorts()) {
+    for (const SerialPlatform::PortInfo &info : m_portLister()) {
         if (!isKnownAdapter(info))
             continue;
-        m_port->setPort(info);
+        m_port->setPortName(info.location);
         QSerialPort::SerialPortError why = QSerialPort::NoError;
-        if (openPort(QStringLiteral("%1 %2").arg(info.portName(), info.description()), false, &why) !=
+        if (openPort(QStringLiteral("%1 %2").arg(info.name, info.description), false, &why) !=
             OpenResult::Failed)
             break;
     }
@@ -364,6 +371,25 @@ void SerialPortWrapper::readResponse()
         m_lastRead = m_clock->elapsedMs();
         m_receiver.feed(reinterpret_cast<const quint8 *>(m_readBuffer.constData()), n);
     }
+    if (m_answerFreedLine) {
+        m_answerFreedLine = false;
+        tickAfterAnswer();
+    }
+}
+
+// The tick after an answer mostly sends the master frame alone (the poll toggle skips it), so it runs now,
+// while the thread is awake anyway, and the tick after it keeps its place two milliseconds on: the bus keeps
+// its pace with one wake-up fewer per poll. A controller keeps the plain 1 ms pace.
+void SerialPortWrapper::tickAfterAnswer()
+{
+    if (!m_timer)
+        return; // the ticks are driven from outside
+    if (m_hasController) {
+        if (m_timer->interval() != 1)
+            m_timer->start(1);
+        return;
+    }
+    runTick(2);
 }
 
 void SerialPortWrapper::deviceFrame(const quint8 *frame, int length, const quint8 *payload, int payloadLength)
@@ -378,11 +404,10 @@ void SerialPortWrapper::deviceFrame(const quint8 *frame, int length, const quint
         return;
     }
     if (payloadLength >= 1 && payload[0] == m_awaitedPacket) {
-        // The answer is in: the line is free for the next frame.
+        // The answer is in: the line is free for the next frame, once the bytes read so far are handled.
         m_awaitedPacket = -1;
         m_lineFreeAt = 0;
-        if (m_timer && m_timer->interval() != 1)
-            m_timer->start(1);
+        m_answerFreedLine = true;
     }
     m_protocol.processAnswer(payload, payloadLength);
     quint8 record[8 + LxFrame::kMaxRequest + 1];
@@ -391,7 +416,7 @@ void SerialPortWrapper::deviceFrame(const quint8 *frame, int length, const quint
         const quint64 now = quint64(m_clock->epochMs());
         for (int i = 0; i < 8; ++i)
             record[i] = quint8(now >> (8 * i));
-        emit telemetryReceived(QByteArray(reinterpret_cast<const char *>(record), 8 + recordLength));
+        m_telemetry.append(QByteArray(reinterpret_cast<const char *>(record), 8 + recordLength));
     }
 }
 
@@ -459,6 +484,12 @@ void SerialPortWrapper::sendMasterFrame(qint64 now)
 
 void SerialPortWrapper::tick()
 {
+    runTick(1);
+}
+
+// One tick; idleInterval: milliseconds to the next one when the line is free.
+void SerialPortWrapper::runTick(int idleInterval)
+{
     QMutexLocker lock(&m_mutex);
     const qint64 now = m_clock->elapsedMs();
     if (m_progress.takeReload()) {
@@ -496,20 +527,31 @@ void SerialPortWrapper::tick()
     int progress = 0;
     if (m_progress.takeChange(&progress))
         emit percentageChanged(progress);
-    scheduleNextTick(now);
+    if (!m_telemetry.isEmpty() && now - m_telemetrySentAt >= kTelemetryBatchMs)
+        flushTelemetry(now);
+    scheduleNextTick(now, idleInterval);
+}
+
+void SerialPortWrapper::flushTelemetry(qint64 now)
+{
+    m_telemetrySentAt = now;
+    for (const QByteArray &record : qAsConst(m_telemetry))
+        emit telemetryReceived(record);
+    m_telemetry.resize(0);
 }
 
 // The timer runs every millisecond while there is something to do. While the line is known to be busy
 // (a frame still on the wire, an answer window open) a tick could only return, so the timer sleeps until
-// the line is free; an answer that frees it early wakes it at once. A controller keeps the 1 ms pace.
-void SerialPortWrapper::scheduleNextTick(qint64 now)
+// the line is free; an answer that frees it early runs the next tick at once (tickAfterAnswer). A controller
+// keeps the 1 ms pace.
+void SerialPortWrapper::scheduleNextTick(qint64 now, int idleInterval)
 {
     if (!m_timer)
         return;
     const int mode = m_search.mode();
     const bool busBusy = m_open && !m_paused && (mode == LxBus125k || mode == LxBus250k) &&
                          !m_hasController && m_lineFreeAt > now + 1;
-    const int interval = busBusy ? int(std::min<qint64>(m_lineFreeAt - now, 50)) : 1;
+    const int interval = busBusy ? int(std::min<qint64>(m_lineFreeAt - now, 50)) : idleInterval;
     if (m_timer->interval() != interval)
         m_timer->start(interval);
 }

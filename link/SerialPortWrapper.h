@@ -8,12 +8,14 @@
 #include "link/LxBusProtocol.h"
 #include "link/LxReceiver.h"
 #include "link/PortSpeedSearch.h"
+#include "link/SerialPlatform.h"
 
 #include <QByteArray>
 #include <QObject>
 #include <QRecursiveMutex>
 #include <QSerialPort>
 
+#include <functional>
 #include <memory>
 
 class QTimer;
@@ -54,6 +56,9 @@ public:
 
     // Plugs the reader for mode 2, 3 or 5 (not owned).
     void setReader(int mode, SerialReader *reader);
+    // Where the adapter search looks: the system's ports unless a test hands in its own list.
+    using PortLister = std::function<QList<SerialPlatform::PortInfo>()>;
+    void setPortLister(PortLister lister);
     // Without the 1 ms timer (tests drive tick() themselves).
     void setTimerEnabled(bool enabled) { m_timerEnabled = enabled; }
     void setEchoSkipping(bool skip);
@@ -124,12 +129,16 @@ private:
     void setOpen(bool open);
     void sendMasterFrame(qint64 now);
     bool writeFrame(int length);
-    void scheduleNextTick(qint64 now);
+    void flushTelemetry(qint64 now);
+    void tickAfterAnswer();
+    void runTick(int idleInterval);
+    void scheduleNextTick(qint64 now, int idleInterval);
     SerialReader *readerFor(int mode) const;
 
     mutable QRecursiveMutex m_mutex;
     std::unique_ptr<LinkClock> m_ownClock;
     LinkClock *m_clock;
+    PortLister m_portLister = SerialPlatform::availablePorts;
     QSerialPort *m_port = nullptr;
     QTimer *m_timer = nullptr;
     bool m_timerEnabled = true;
@@ -147,6 +156,7 @@ private:
     // after a request, until its answer came or its answer window passed.
     qint64 m_lineFreeAt = 0;
     int m_awaitedPacket = -1;
+    bool m_answerFreedLine = false;
     QString m_lastError;
     LxBusProtocol m_protocol;
     LxReceiver m_receiver;
@@ -156,4 +166,8 @@ private:
     JoystickAxisMap m_axes;
     quint16 m_channels[LxFrame::kControllerChannels];
     bool m_hasController = false;
+    // Telemetry records wait here and cross to the interface thread together, a few dozen times a second
+    // rather than once per answer: every crossing wakes that thread.
+    QVector<QByteArray> m_telemetry;
+    qint64 m_telemetrySentAt = 0;
 };
