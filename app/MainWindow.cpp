@@ -97,6 +97,7 @@ MainWindow::MainWindow(AppSettings *settings, Logger *logger, QWidget *parent)
 
     m_recording = new RecordingController(m_store, m_decoder, m_library,
                                           QDir(data).filePath(QStringLiteral("Recordings")), this, this);
+    m_recording->setPrompter(prompter());
     // A model that is gone (deleted by another tool) is not active.
     const int savedModel = m_settings->number(AppSettings::kModelId);
     m_activeModel = savedModel >= 0 && !m_library->modelName(savedModel).isEmpty() ? savedModel : -1;

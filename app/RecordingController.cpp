@@ -41,6 +41,14 @@ void RecordingController::start()
     if (m_state == Recording)
         return;
     if (m_state == Idle) {
+        // A recording starts from nothing: the log on screen goes (its file stays), so ask first.
+        if (m_store->isShowingLog() && m_prompter &&
+            m_prompter->question(m_dialogParent, tr("Recording"),
+                                 tr("<b>Close the open log and record live telemetry?</b><br>The log stays "
+                                    "where it is stored; open it again at any time."),
+                                 QMessageBox::Yes | QMessageBox::Cancel,
+                                 QMessageBox::Yes) != QMessageBox::Yes)
+            return;
         m_store->beginRecording();
         // One millisecond back: a sample at offset 0 would read as a description line in the native log.
         m_decoder->setSessionStart(QDateTime::currentMSecsSinceEpoch() - 1);

@@ -79,7 +79,7 @@ private:
     ModelLibrary *m_library;
     QString m_recordingsFolder;
     QWidget *m_dialogParent;
-    Prompter *m_prompter;
+    Prompter *m_prompter = nullptr;
     int m_modelId = -1;
     State m_state = Idle;
     QElapsedTimer m_running;
