@@ -1,5 +1,4 @@
 #include "database/DatabaseConnection.h"
-#include "database/DatabaseManager.h"
 
 #include <QSqlDatabase>
 #include <QSqlQuery>
@@ -37,7 +36,6 @@ private slots:
     void failuresNameTheFile_data();
     void failuresNameTheFile();
     void bindings();
-    void groupsCreateTablesInOrder();
 };
 
 void tst_DatabaseConnection::datesRead_data()
@@ -73,14 +71,13 @@ void tst_DatabaseConnection::failuresNameTheFile_data()
     QTest::addColumn<QString>("what");
     QTest::addColumn<QString>("reason");
     QTest::addColumn<int>("code");
-    QTest::newRow("closed") << "closed"
-                            << "the database is not open" << 0;
-    QTest::newRow("bad statement") << "syntax"
-                                   << "syntax error" << 1; // SQLITE_ERROR
-    QTest::newRow("no such row") << "blob"
-                                 << "no stored data for 7" << 0;
-    QTest::newRow("damaged blob") << "inflate"
-                                  << "" << 0;
+    const auto row = [](const char *name, const char *what, const char *reason, int code) {
+        QTest::newRow(name) << QString(what) << QString(reason) << code;
+    };
+    row("closed", "closed", "the database is not open", 0);
+    row("bad statement", "syntax", "syntax error", 1); // SQLITE_ERROR
+    row("no such row", "blob", "no stored data for 7", 0);
+    row("damaged blob", "inflate", "", 0);
 }
 
 void tst_DatabaseConnection::failuresNameTheFile()
@@ -136,22 +133,6 @@ void tst_DatabaseConnection::bindings()
         QCOMPARE(DatabaseConnection::idOrMinusOne(q.value(1)), 3);
     }
     closeDatabase();
-}
-
-void tst_DatabaseConnection::groupsCreateTablesInOrder()
-{
-    QTemporaryDir dir;
-    QStringList created;
-    {
-        DatabaseManager db(dir.path());
-        QVERIFY2(db.openAndInitialise(), qPrintable(db.lastError()));
-        QSqlQuery q(QSqlDatabase::database(db.connectionName(), false));
-        QVERIFY(q.exec(QStringLiteral("select name from sqlite_master where type = 'table' order by rowid")));
-        while (q.next())
-            created << q.value(0).toString();
-    }
-    const QStringList expected{"sensors", "layouts", "models", "folders", "logs", "comments", "backups"};
-    QCOMPARE(created, expected);
 }
 
 QTEST_GUILESS_MAIN(tst_DatabaseConnection)

@@ -56,7 +56,6 @@ private slots:
     void dropIntoItselfIsRefused_data();
     void dropIntoItselfIsRefused();
     void newFolderAndRemove();
-    void deletingModelEmptiesTree();
     void modelListColumnsAndOrder();
 
 private:
@@ -270,16 +269,6 @@ void tst_ModelFolderTree::newFolderAndRemove()
     QVERIFY(m_tree->removeItem(m_tree->indexOf(ModelFolderTree::LogItem, m_ids["top"])));
     QVERIFY(!m_db->logExists(m_ids["top"]));
     QCOMPARE(m_tree->rowCount(), 2); // Trips and "beside"
-}
-
-void tst_ModelFolderTree::deletingModelEmptiesTree()
-{
-    QVERIFY(m_lib->deleteModel(m_model));
-    QVERIFY(m_tree->reload());
-    QCOMPARE(m_tree->rowCount(), 0);
-    QVERIFY(m_db->topLevelFolders().isEmpty());
-    QVERIFY(m_db->topLevelLogs().isEmpty());
-    QVERIFY(!m_lib->deleteModel(m_model));
 }
 
 void tst_ModelFolderTree::modelListColumnsAndOrder()

@@ -15,8 +15,6 @@ void tst_DriveScanner::everyTwentyFifthTick_data()
     QTest::addColumn<bool>("withScan");
     QTest::addColumn<int>("ticks");
     QTest::addColumn<QVector<int>>("scanTicks");
-    QTest::newRow("not yet") << true << 24 << QVector<int>{};
-    QTest::newRow("first") << true << 25 << QVector<int>{25};
     QTest::newRow("three") << true << 80 << QVector<int>{25, 50, 75};
     // Without a scan plugged in the ticks are still counted.
     QTest::newRow("nothing plugged") << false << 60 << QVector<int>{25, 50};

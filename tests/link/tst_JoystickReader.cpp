@@ -106,7 +106,6 @@ void tst_JoystickReader::detectListsDevice_data()
     QTest::addColumn<QByteArray>("name");
 
     QTest::newRow("two axes") << 2 << QByteArray("Vexo Test Stick");
-    QTest::newRow("eight axes") << 8 << QByteArray("Vexo Test Pad");
     // More axes than the frame has channels: detection still reports them all.
     QTest::newRow("twelve axes") << 12 << QByteArray("Vexo Test Console");
 }
@@ -192,8 +191,6 @@ void tst_JoystickReader::poll_data()
                                      << AxisValues{100, -200, 300, -401} << true;
     QTest::newRow("first axis moves") << 4 << AxisValues{0, 0, 0, 0} << AxisValues{1, 0, 0, 0} << true;
     QTest::newRow("extremes") << 3 << AxisValues{-32768, 32767, 0} << AxisValues{32767, -32768, 0} << true;
-    QTest::newRow("extremes unchanged")
-        << 2 << AxisValues{-32768, 32767} << AxisValues{-32768, 32767} << false;
     // Only eight channels: axes past the eighth are neither reported nor counted as changes.
     QTest::newRow("ninth axis ignored") << 10 << AxisValues{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}
                                         << AxisValues{1, 2, 3, 4, 5, 6, 7, 8, -9, -10} << false;

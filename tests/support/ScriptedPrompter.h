@@ -25,6 +25,14 @@ public:
     QQueue<QString> texts; // answers to text and file dialogs; empty: cancelled
     QQueue<QStringList> fileLists;
 
+    // The one box or question shown, as "kind|title|text"; empty unless exactly one was.
+    QString only() const
+    {
+        return asked.size() == 1
+                   ? asked[0].kind + QLatin1Char('|') + asked[0].title + QLatin1Char('|') + asked[0].text
+                   : QString();
+    }
+
     QStringList textsOf(const QString &kind) const
     {
         QStringList out;

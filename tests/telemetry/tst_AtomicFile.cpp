@@ -1,4 +1,5 @@
 #include "telemetry/AtomicFile.h"
+#include "tests/support/TestFiles.h"
 
 #include <QFile>
 #include <QSaveFile>
@@ -23,9 +24,7 @@ void tst_AtomicFile::writesWhole()
     const QString path = dir.filePath(QStringLiteral("config.jsn"));
     QString error;
     QVERIFY(AtomicFile::write(path, "{\"Version\":\"1.1.0\"}", &error));
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::ReadOnly));
-    QCOMPARE(f.readAll(), QByteArray("{\"Version\":\"1.1.0\"}"));
+    QCOMPARE(readAll(path), QByteArray("{\"Version\":\"1.1.0\"}"));
     QVERIFY(!AtomicFile::write(dir.filePath(QStringLiteral("missing/config.jsn")), "x", &error));
     QVERIFY2(error.contains(QStringLiteral("config.jsn")), qPrintable(error));
 }
@@ -45,11 +44,7 @@ void tst_AtomicFile::failedBufferedWriteKeepsTheOldFile()
     QTemporaryDir dir;
     const QString path = dir.filePath(QStringLiteral("data.log"));
     const QByteArray old("the flight the pilot kept\n");
-    {
-        QFile f(path);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        QCOMPARE(f.write(old), old.size());
-    }
+    QVERIFY(writeFile(path, old));
     const QByteArray replacement(4000, 'x'); // fits the write buffer, exceeds the limit below
     std::signal(SIGXFSZ, SIG_IGN);
     rlimit saved{};
@@ -68,9 +63,7 @@ void tst_AtomicFile::failedBufferedWriteKeepsTheOldFile()
     }
     QCOMPARE(setrlimit(RLIMIT_FSIZE, &saved), 0);
     QVERIFY(!written);
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::ReadOnly));
-    QCOMPARE(f.readAll(), old);
+    QCOMPARE(readAll(path), old);
     QCOMPARE(QDir(dir.path()).entryList(QDir::Files).size(), 1); // no temporary file left behind
 }
 

@@ -1,15 +1,13 @@
 #include "telemetry/CSVLogLoader.h"
-#include "telemetry/CsvTableWriter.h"
 #include "telemetry/MemorySensorTable.h"
 #include "telemetry/NMEALogLoader.h"
 #include "telemetry/TelemetryData.h"
 #include "telemetry/VMLLogLoader.h"
+#include "tests/support/TestFiles.h"
 
 #include <QBuffer>
 #include <QTemporaryDir>
 #include <QtTest>
-
-#include <cmath>
 
 namespace {
 constexpr quint32 kId = CSVLogLoader::kDeviceId;
@@ -52,25 +50,6 @@ QString values(const TelemetryVar *v)
     return out.join(QLatin1Char(' '));
 }
 
-// A table of a day and a half in hourly rows: the row times wrap past midnight in the file.
-class HourlyTable : public TableSource
-{
-public:
-    int tableColumns() const override { return 3; }
-    QString columnHeader(int column) const override
-    {
-        return QStringList({"Výška [m]", "Rychlost [km/h]", "Stav []"}).at(column);
-    }
-    qint64 tableRows() const override { return 36; }
-    qint64 rowTimeMs(qint64 row) const override { return row * 3600000 + 250; }
-    void readRow(qint64 row, double *out) override
-    {
-        out[0] = 100.0 + row * 1.005;
-        out[1] = row % 5 == 0 ? std::nan("") : -row * 0.333;
-        out[2] = double(row % 2);
-    }
-};
-
 // What the data table writes: UTF-8, ";" always, a row per period with two decimals or nothing.
 const QByteArray kExport = "Time;Napětí Rx [V];Rychlost [km/h];Teplota [°C];Stav\n"
                            "0:00:00.000;;;;\n"
@@ -82,9 +61,7 @@ class tst_CSVLogLoader : public QObject
 {
     Q_OBJECT
 private slots:
-    void closedDeviceReadsNothing();
     void readsTheTableExport();
-    void readsWhatTheTableWriterWrites();
     void header_data();
     void header();
     void time_data();
@@ -102,17 +79,6 @@ private slots:
     void storeDispatch();
     void readFile();
 };
-
-void tst_CSVLogLoader::closedDeviceReadsNothing()
-{
-    QBuffer buffer;
-    buffer.setData(kExport);
-    CSVLogLoader loader;
-    TelemetryDataPackage p;
-    QVERIFY(!loader.load(&buffer, &p));
-    QVERIFY(p.devices().isEmpty());
-    QVERIFY(!loader.lastError().isEmpty());
-}
 
 void tst_CSVLogLoader::readsTheTableExport()
 {
@@ -134,60 +100,21 @@ void tst_CSVLogLoader::readsTheTableExport()
     QCOMPARE(var(r.package, 1)->values().at(0).type, 12u);
 }
 
-void tst_CSVLogLoader::readsWhatTheTableWriterWrites()
-{
-    HourlyTable table;
-    QBuffer buffer;
-    buffer.open(QIODevice::WriteOnly);
-    CsvTableWriter writer;
-    QVERIFY(writer.write(table, &buffer));
-    const Loaded r = load(buffer.data());
-    QVERIFY2(r.ok, qPrintable(r.error));
-    QCOMPARE(r.skipped, 0);
-    QVERIFY(r.report.isClean());
-    const QVector<TelemetryVar> &vars = r.package.devices().at(0).vars();
-    QCOMPARE(vars.size(), 3);
-    QCOMPARE(vars.at(1).label(), QStringLiteral("Rychlost"));
-    QCOMPARE(vars.at(1).unit(), QStringLiteral("km/h"));
-    QCOMPARE(vars.at(0).count(), 36);
-    QCOMPARE(vars.at(1).count(), 36 - 8); // every fifth row is empty
-    double values[3];
-    int index[3] = {0, 0, 0};
-    for (qint64 row = 0; row < table.tableRows(); ++row) {
-        table.readRow(row, values);
-        for (int c = 0; c < 3; ++c) {
-            if (std::isnan(values[c]))
-                continue;
-            const TelemetryValue &v = vars.at(c).values().at(index[c]++);
-            QCOMPARE(v.timestamp, qint32(table.rowTimeMs(row)));
-            QCOMPARE(v.toNumber(), QString::number(values[c], 'f', 2).toDouble());
-        }
-    }
-}
-
 void tst_CSVLogLoader::header_data()
 {
     QTest::addColumn<QString>("header");
     QTest::addColumn<QString>("label");
     QTest::addColumn<QString>("unit");
-    QTest::newRow("label and unit") << "Speed [km/h]"
-                                    << "Speed"
-                                    << "km/h";
-    QTest::newRow("empty unit") << "Cells []"
-                                << "Cells"
-                                << "";
-    QTest::newRow("no unit") << "Status"
-                             << "Status"
-                             << "";
-    QTest::newRow("brackets in the label") << "Temp [1] [°C]"
-                                           << "Temp [1]"
-                                           << "°C";
-    QTest::newRow("bracket not at the end") << "A [b] c"
-                                            << "A [b] c"
-                                            << "";
-    QTest::newRow("white space") << "  Alt  [ m ] "
-                                 << "Alt"
-                                 << "m";
+    const auto row = [](const char *header, const char *label, const char *unit) {
+        QTest::newRow(header) << QString::fromUtf8(header) << QString::fromUtf8(label)
+                              << QString::fromUtf8(unit);
+    };
+    row("Speed [km/h]", "Speed", "km/h");
+    row("Cells []", "Cells", "");
+    row("Status", "Status", "");
+    row("Temp [1] [°C]", "Temp [1]", "°C");
+    row("A [b] c", "A [b] c", "");
+    row("  Alt  [ m ] ", "Alt", "m");
 }
 
 void tst_CSVLogLoader::header()
@@ -339,20 +266,16 @@ void tst_CSVLogLoader::storeDispatch_data()
 {
     QTest::addColumn<QString>("name");
     QTest::addColumn<QString>("reader"); // empty: refused
-    QTest::newRow("log") << "a.log"
-                         << "native";
-    QTest::newRow("vml") << "a.vml"
-                         << "xml";
-    QTest::newRow("VML upper case") << "a.VML"
-                                    << "xml";
-    QTest::newRow("nmea") << "a.nmea"
-                          << "nmea";
-    QTest::newRow("txt") << "gps.TXT"
-                         << "nmea";
-    QTest::newRow("csv is not opened by extension") << "table.csv"
-                                                    << "";
-    QTest::newRow("no extension") << "nmea"
-                                  << "";
+    const auto row = [](const char *name, const char *reader) {
+        QTest::newRow(name) << QString(name) << QString(reader);
+    };
+    row("a.log", "native");
+    row("a.vml", "xml");
+    row("a.VML", "xml");
+    row("a.nmea", "nmea");
+    row("gps.TXT", "nmea");
+    row("table.csv", ""); // CSV is not opened by its extension
+    row("nmea", "");      // no extension
 }
 
 void tst_CSVLogLoader::storeDispatch()
@@ -377,10 +300,7 @@ void tst_CSVLogLoader::readFile()
 {
     QTemporaryDir dir;
     const QString path = dir.filePath(QStringLiteral("table.csv"));
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(kExport);
-    f.close();
+    QVERIFY(writeFile(path, kExport));
     TelemetryDataPackage p;
     QString error;
     QVERIFY2(CSVLogLoader::readFile(path, &p, nullptr, &error), qPrintable(error));

@@ -1,6 +1,7 @@
 #include "telemetry/CsvTableWriter.h"
 #include "telemetry/TableSampler.h"
 #include "telemetry/TelemetryVar.h"
+#include "tests/support/TestFiles.h"
 #include "tests/support/TestSamples.h"
 
 #include <QBuffer>
@@ -55,12 +56,6 @@ QByteArray csvOf(TableSource &table)
     return buffer.data();
 }
 
-QByteArray readAll(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray("<missing>");
-}
-
 // Many rows of several columns, enough to pass the writer's buffer a few times.
 FixedTable bigTable(int rows)
 {
@@ -80,8 +75,7 @@ class tst_CsvTableWriter : public QObject
 {
     Q_OBJECT
 private slots:
-    void textForEachMode_data();
-    void textForEachMode();
+    void sampledTable();
     void numberText_data();
     void numberText();
     void numberTextMatchesQtEverywhere();
@@ -97,56 +91,24 @@ private slots:
     void unwritableDestination();
 };
 
-void tst_CsvTableWriter::textForEachMode_data()
+// A sampled table as the window exports it; the sampling rules themselves are the sampler's tests.
+void tst_CsvTableWriter::sampledTable()
 {
-    QTest::addColumn<bool>("smooth");
-    QTest::addColumn<bool>("valid");
-    QTest::addColumn<QByteArray>("expected");
-    // Voltage: 10 at 0 ms, 20 at 1000 ms. Altitude: 100.5 at 0 ms, 200.25 at 2000 ms (a gap), in ft.
-    QTest::newRow("hold") << false << false
-                          << QByteArray("Time;Voltage [V];Altitude [ft.]\n"
-                                        "0:00:00.000;10.00;329.72\n"
-                                        "0:00:00.500;10.00;329.72\n"
-                                        "0:00:01.000;20.00;329.72\n"
-                                        "0:00:01.500;;329.72\n"
-                                        "0:00:02.000;;656.99\n");
-    QTest::newRow("smooth") << true << false
-                            << QByteArray("Time;Voltage [V];Altitude [ft.]\n"
-                                          "0:00:00.000;10.00;329.72\n"
-                                          "0:00:00.500;15.00;411.54\n"
-                                          "0:00:01.000;20.00;493.36\n"
-                                          "0:00:01.500;;575.17\n"
-                                          "0:00:02.000;;656.99\n");
-    QTest::newRow("valid") << false << true
-                           << QByteArray("Time;Voltage [V];Altitude [ft.]\n"
-                                         "0:00:00.000;10.00;329.72\n"
-                                         "0:00:00.500;10.00;\n"
-                                         "0:00:01.000;20.00;\n"
-                                         "0:00:01.500;;\n"
-                                         "0:00:02.000;;656.99\n");
-    QTest::newRow("smooth wins over valid") << true << true
-                                            << QByteArray("Time;Voltage [V];Altitude [ft.]\n"
-                                                          "0:00:00.000;10.00;329.72\n"
-                                                          "0:00:00.500;15.00;411.54\n"
-                                                          "0:00:01.000;20.00;493.36\n"
-                                                          "0:00:01.500;;575.17\n"
-                                                          "0:00:02.000;;656.99\n");
-}
-
-void tst_CsvTableWriter::textForEachMode()
-{
-    QFETCH(bool, smooth);
-    QFETCH(bool, valid);
-    QFETCH(QByteArray, expected);
+    // Voltage: 10 at 0 ms, 20 at 1000 ms. Altitude: 100.5 at 0 ms, 200.25 at 2000 ms, in ft.
     const TelemetryVar voltage =
         makeVar({sample(0, 10), sample(1000, 20)}, QStringLiteral("Voltage"), QStringLiteral("V"));
     TelemetryVar altitude = makeVar({sample(0, 1005, 1), sample(2000, 20025, 2)}, QStringLiteral("Altitude"),
                                     QStringLiteral("m"));
     altitude.setUnitTarget(2);
-    TableSampler sampler(500, TableSampler::modeFor(smooth, valid));
+    TableSampler sampler(500, TableSampler::modeFor(false, true));
     sampler.addColumn(voltage);
     sampler.addColumn(altitude);
-    QCOMPARE(csvOf(sampler), expected);
+    QCOMPARE(csvOf(sampler), QByteArray("Time;Voltage [V];Altitude [ft.]\n"
+                                        "0:00:00.000;10.00;329.72\n"
+                                        "0:00:00.500;10.00;\n"
+                                        "0:00:01.000;20.00;\n"
+                                        "0:00:01.500;;\n"
+                                        "0:00:02.000;;656.99\n"));
 }
 
 void tst_CsvTableWriter::numberText_data()
@@ -264,10 +226,7 @@ void tst_CsvTableWriter::fileEqualsDeviceOutput()
     const QByteArray expected = csvOf(table);
     QVERIFY(expected.size() > 3 * (1 << 20));
     const QString path = dir.filePath(QStringLiteral("table.csv"));
-    QFile old(path);
-    QVERIFY(old.open(QIODevice::WriteOnly));
-    old.write("an older export, longer than nothing at all");
-    old.close();
+    QVERIFY(writeFile(path, "an older export, longer than nothing at all"));
     CsvTableWriter writer;
     qint64 lastDone = -1;
     int reports = 0;
@@ -299,9 +258,7 @@ void tst_CsvTableWriter::cancelLeavesNoFile()
     QTemporaryDir dir;
     const QString path = dir.filePath(QStringLiteral("table.csv"));
     if (existing) {
-        QFile f(path);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write("keep me");
+        QVERIFY(writeFile(path, "keep me"));
     }
     FixedTable table = bigTable(20000);
     CsvTableWriter writer;

@@ -1,4 +1,5 @@
 #include "telemetry/KmlWriter.h"
+#include "tests/support/TestFiles.h"
 #include "tests/support/TestSamples.h"
 
 #include <QTemporaryDir>
@@ -118,15 +119,8 @@ void tst_KmlWriter::wholeDocument()
         "  </Placemark>\n"
         "  </Folder>\n"
         "</kml>\n";
-    const QByteArray actual = KmlWriter::document(lat, lon, &alt);
-    if (actual != expected) {
-        // Name the first differing line rather than dumping two documents.
-        const QList<QByteArray> a = actual.split('\n');
-        const QList<QByteArray> e = expected.split('\n');
-        for (int i = 0; i < std::min(a.size(), e.size()); ++i)
-            QCOMPARE(a.at(i), e.at(i));
-        QCOMPARE(a.size(), e.size());
-    }
+    // Line by line, so a failure names the first differing line.
+    QCOMPARE(KmlWriter::document(lat, lon, &alt).split('\n'), expected.split('\n'));
 }
 
 void tst_KmlWriter::noPosition()
@@ -206,40 +200,28 @@ void tst_KmlWriter::candidates_data()
     QTest::addColumn<bool>("longitude");
     QTest::addColumn<bool>("altitude");
 
-    QTest::newRow("latitude: flag bit 0 clear") << 9u << 0u << "Lat"
-                                                << "" << true << true << false << false;
-    QTest::newRow("longitude: flag bit 0 set") << 9u << 1u << "Lon"
-                                               << "" << true << false << true << false;
-    QTest::newRow("south latitude") << 9u << 2u << "Lat"
-                                    << "" << true << true << false << false;
-    QTest::newRow("west longitude") << 9u << 3u << "Lon"
-                                    << "" << true << false << true << false;
-    QTest::newRow("a coordinate without samples is not known") << 9u << 0u << "Lat"
-                                                               << "" << false << false << false << false;
-    QTest::newRow("a number labelled latitude") << 4u << 0u << "Latitude"
-                                                << "°" << true << false << false << false;
-    QTest::newRow("GPS Altitude in m") << 1u << 1u << "GPS Altitude"
-                                       << "m" << true << false << false << true;
-    QTest::newRow("ALTITUDE, any case") << 12u << 1u << "ALTITUDE"
-                                        << "m" << true << false << false << true;
-    QTest::newRow("Hoehe") << 12u << 1u << "Hoehe"
-                           << "m" << true << false << false << true;
-    QTest::newRow("Höhe is not matched") << 12u << 1u << "Höhe"
-                                         << "m" << true << false << false << false;
-    QTest::newRow("Vyska") << 12u << 1u << "Vyska"
-                           << "m" << true << false << false << true;
-    QTest::newRow("Výška is not matched") << 12u << 1u << "Výška"
-                                          << "m" << true << false << false << false;
-    QTest::newRow("Alt. baro") << 12u << 1u << "Alt. baro"
-                               << "m" << true << false << false << true;
-    QTest::newRow("Alt without the point") << 12u << 1u << "Rel Alt"
-                                           << "m" << true << false << false << false;
-    QTest::newRow("altitude in ft") << 12u << 1u << "Altitude"
-                                    << "ft" << true << false << false << false;
-    QTest::newRow("unit must be exactly m") << 12u << 1u << "Altitude"
-                                            << "m " << true << false << false << false;
-    QTest::newRow("a distance in m") << 12u << 1u << "Distance"
-                                     << "m" << true << false << false << false;
+    const auto row = [](const char *name, quint32 type, quint32 flags, const char *label, const char *unit,
+                        bool hasSamples, bool latitude, bool longitude, bool altitude) {
+        QTest::newRow(name) << type << flags << QString::fromUtf8(label) << QString::fromUtf8(unit)
+                            << hasSamples << latitude << longitude << altitude;
+    };
+    row("latitude: flag bit 0 clear", 9, 0, "Lat", "", true, true, false, false);
+    row("longitude: flag bit 0 set", 9, 1, "Lon", "", true, false, true, false);
+    row("south latitude", 9, 2, "Lat", "", true, true, false, false);
+    row("west longitude", 9, 3, "Lon", "", true, false, true, false);
+    row("a coordinate without samples is not known", 9, 0, "Lat", "", false, false, false, false);
+    row("a number labelled latitude", 4, 0, "Latitude", "°", true, false, false, false);
+    row("GPS Altitude in m", 1, 1, "GPS Altitude", "m", true, false, false, true);
+    row("ALTITUDE, any case", 12, 1, "ALTITUDE", "m", true, false, false, true);
+    row("Hoehe", 12, 1, "Hoehe", "m", true, false, false, true);
+    row("Höhe is not matched", 12, 1, "Höhe", "m", true, false, false, false);
+    row("Vyska", 12, 1, "Vyska", "m", true, false, false, true);
+    row("Výška is not matched", 12, 1, "Výška", "m", true, false, false, false);
+    row("Alt. baro", 12, 1, "Alt. baro", "m", true, false, false, true);
+    row("Alt without the point", 12, 1, "Rel Alt", "m", true, false, false, false);
+    row("altitude in ft", 12, 1, "Altitude", "ft", true, false, false, false);
+    row("unit must be exactly m", 12, 1, "Altitude", "m ", true, false, false, false);
+    row("a distance in m", 12, 1, "Distance", "m", true, false, false, false);
 }
 
 void tst_KmlWriter::candidates()
@@ -280,9 +262,7 @@ void tst_KmlWriter::save()
     QVERIFY(dir.isValid());
     QVERIFY(QDir(dir.path()).mkdir(QStringLiteral("folder")));
     {
-        QFile old(dir.filePath(QStringLiteral("existing.kml")));
-        QVERIFY(old.open(QIODevice::WriteOnly));
-        old.write(QByteArray(5000, 'x'));
+        QVERIFY(writeFile(dir.filePath(QStringLiteral("existing.kml")), QByteArray(5000, 'x')));
     }
     const QString path = dir.filePath(name);
     const QByteArray text = KmlWriter::document(QVector<KmlWriter::Point>{{14.5, 50.5, 300}});

@@ -1,6 +1,7 @@
 #include "telemetry/LogFileLoader.h"
 #include "telemetry/LogFileWriter.h"
 #include "telemetry/LogGenerator.h"
+#include "tests/support/TestFiles.h"
 #include "tests/support/TestSamples.h"
 
 #include <QBuffer>
@@ -213,16 +214,14 @@ void tst_LogFileWriter::exportedFileName_data()
 {
     QTest::addColumn<QString>("typed");
     QTest::addColumn<QString>("written");
-    QTest::newRow("no extension") << "/tmp/flights/sunday"
-                                  << "/tmp/flights/sunday.log";
-    QTest::newRow("log") << "/tmp/flights/sunday.log"
-                         << "/tmp/flights/sunday.log";
-    QTest::newRow("other extension kept") << "/tmp/flights/sunday.txt"
-                                          << "/tmp/flights/sunday.txt";
-    QTest::newRow("dotted folder, bare name") << "/tmp/v1.2/sunday"
-                                              << "/tmp/v1.2/sunday.log";
-    QTest::newRow("cancelled") << ""
-                               << "";
+    const auto row = [](const char *name, const char *typed, const char *written) {
+        QTest::newRow(name) << QString(typed) << QString(written);
+    };
+    row("no extension", "/tmp/flights/sunday", "/tmp/flights/sunday.log");
+    row("log", "/tmp/flights/sunday.log", "/tmp/flights/sunday.log");
+    row("other extension kept", "/tmp/flights/sunday.txt", "/tmp/flights/sunday.txt");
+    row("dotted folder, bare name", "/tmp/v1.2/sunday", "/tmp/v1.2/sunday.log");
+    row("cancelled", "", "");
 }
 
 void tst_LogFileWriter::exportedFileName()
@@ -238,9 +237,7 @@ void tst_LogFileWriter::writeFileIsWholeOrNothing()
     const QString path = dir.filePath(QStringLiteral("out.log"));
     QString error;
     QVERIFY(LogFileWriter::writeFile(twoDevices(), path, &error));
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::ReadOnly));
-    QCOMPARE(f.readAll(), LogFileWriter::write(twoDevices()));
+    QCOMPARE(readAll(path), LogFileWriter::write(twoDevices()));
     const QString missing = dir.filePath(QStringLiteral("no/such/folder/out.log"));
     QVERIFY(!LogFileWriter::writeFile(twoDevices(), missing, &error));
     QVERIFY2(error.contains(QStringLiteral("out.log")), qPrintable(error));

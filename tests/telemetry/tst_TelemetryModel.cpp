@@ -54,7 +54,6 @@ void tst_TelemetryModel::number_data()
     QTest::newRow("GPS latitude") << 9u << 0u << ((49 << 16) | 15000) << 49.25;
     QTest::newRow("GPS longitude flag bit 0 does not negate") << 9u << 1u << ((16 << 16) | 36000) << 16.6;
     QTest::newRow("type 2 is zero") << 2u << 0u << 99 << 0.0;
-    QTest::newRow("type 3 is zero") << 3u << 0u << 99 << 0.0;
     QTest::newRow("type 13 is zero") << 13u << 0u << 99 << 0.0;
     QTest::newRow("text type is zero") << 16u << 0u << 99 << 0.0;
 }
@@ -75,23 +74,20 @@ void tst_TelemetryModel::units_data()
     QTest::addColumn<double>("value");
     QTest::addColumn<double>("expected");
 
-    QTest::newRow("m/s in km/h") << "m/s"
-                                 << "km/h" << 10.0 << 36.0;
-    QTest::newRow("°C in °F") << QStringLiteral("°C") << QStringLiteral("°F") << 20.0 << 68.0;
-    QTest::newRow("m in ft.") << "m"
-                              << "ft." << 100.0 << 328.084;
-    QTest::newRow("kPa in hPa") << "kPa"
-                                << "hPa" << 101.3 << 1013.0;
-    QTest::newRow("ml in l") << "ml"
-                             << "l" << 1500.0 << 1.5;
-    QTest::newRow("mlM in l/m") << "mlM"
-                                << "l/m" << 250.0 << 0.25;
-    QTest::newRow("base unit unchanged") << "m/s"
-                                         << "m/s" << 12.5 << 12.5;
-    QTest::newRow("unknown unit never converts") << "km/h"
-                                                 << "mph" << 50.0 << 50.0;
-    QTest::newRow("unit texts compare exactly") << "M"
-                                                << "km" << 1000.0 << 1000.0;
+    const auto row = [](const char *unit, const char *target, double value, double expected) {
+        QTest::newRow(
+            qPrintable(QStringLiteral("%1 in %2").arg(QString::fromUtf8(unit), QString::fromUtf8(target))))
+            << QString::fromUtf8(unit) << QString::fromUtf8(target) << value << expected;
+    };
+    row("m/s", "km/h", 10, 36);
+    row("°C", "°F", 20, 68);
+    row("m", "ft.", 100, 328.084);
+    row("kPa", "hPa", 101.3, 1013);
+    row("ml", "l", 1500, 1.5);
+    row("mlM", "l/m", 250, 0.25);
+    row("m/s", "m/s", 12.5, 12.5); // the base unit unchanged
+    row("km/h", "mph", 50, 50);    // an unknown unit never converts
+    row("M", "km", 1000, 1000);    // unit texts compare exactly
 }
 
 void tst_TelemetryModel::units()

@@ -49,7 +49,6 @@ private slots:
 
 private:
     QString writeFile(const QString &name, const QByteArray &bytes, const QDateTime &modified);
-    void capture(DialogLoadLog *dialog);
 
     std::unique_ptr<QTemporaryDir> m_dir;
     std::unique_ptr<DatabaseManager> m_db;
@@ -89,11 +88,6 @@ QString tst_DialogLoadLog::writeFile(const QString &name, const QByteArray &byte
     return path;
 }
 
-void tst_DialogLoadLog::capture(DialogLoadLog *dialog)
-{
-    dialog->setPrompter(m_prompter.get());
-}
-
 void tst_DialogLoadLog::storesEachFileAndNamesTheDamagedOne()
 {
     int folder = -1;
@@ -108,7 +102,7 @@ void tst_DialogLoadLog::storesEachFileAndNamesTheDamagedOne()
     const TelemetryDataPackage open = flight("open", {10, 20});
 
     DialogLoadLog dialog(m_lib.get(), m_extra, {a, bad, b, a}, &open);
-    capture(&dialog);
+    dialog.setPrompter(m_prompter.get());
     QCOMPARE(dialog.selectedModel(), m_extra);
     auto *list = dialog.findChild<QTreeWidget *>("files");
     QCOMPARE(list->topLevelItemCount(), 3);
@@ -164,7 +158,7 @@ void tst_DialogLoadLog::okNeedsAModel()
     const QString a =
         writeFile("a.log", LogFileWriter::write(flight("a", {10, 100})), QDateTime::currentDateTime());
     DialogLoadLog dialog(m_lib.get(), active, {a});
-    capture(&dialog);
+    dialog.setPrompter(m_prompter.get());
     auto *ok = dialog.findChild<QDialogButtonBox *>()->button(QDialogButtonBox::Ok);
     auto *hint = dialog.findChild<QLabel *>("hint");
     QCOMPARE(dialog.selectedModel(), -1);
@@ -186,16 +180,13 @@ void tst_DialogLoadLog::storesTheOpenLog()
 {
     const TelemetryDataPackage open = flight("evening", {10, 250, 500, 750, 1000});
     DialogLoadLog dialog(m_lib.get(), m_yak, {}, &open);
-    capture(&dialog);
+    dialog.setPrompter(m_prompter.get());
     auto *box = dialog.findChild<QCheckBox *>("openLog");
     QCOMPARE(box->text(), QStringLiteral("The open log: evening"));
     QVERIFY(box->isChecked());
     dialog.accept();
     QCOMPARE(dialog.result(), int(QDialog::Accepted));
-    QCOMPARE(m_prompter->asked.size(), 1);
-    QCOMPARE(m_prompter->asked.at(0).kind, QStringLiteral("information"));
-    QCOMPARE(m_prompter->asked.at(0).title, dialog.windowTitle());
-    QCOMPARE(m_prompter->asked.at(0).text, QStringLiteral("Stored 1 log under model Yak."));
+    QCOMPARE(m_prompter->only(), "information|" + dialog.windowTitle() + "|Stored 1 log under model Yak.");
 
     const QVector<DatabaseManager::LogRow> logs = m_db->topLevelLogs();
     QCOMPARE(logs.size(), 1);

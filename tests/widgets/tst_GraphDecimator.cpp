@@ -104,6 +104,38 @@ GraphDecimator::Result bruteForce(const TelemetryVar &var, const GraphDecimator:
     return result;
 }
 
+// Every column as the reference has it: position, count, gap and the four values.
+void compareColumns(const GraphDecimator::Result &got, const GraphDecimator::Result &want)
+{
+    QCOMPARE(got.columns.size(), want.columns.size());
+    for (int i = 0; i < want.columns.size(); ++i) {
+        const GraphDecimator::Column &g = got.columns.at(i);
+        const GraphDecimator::Column &w = want.columns.at(i);
+        QVERIFY2(g.x == w.x && g.count == w.count && g.gapBefore == w.gapBefore && g.first == w.first &&
+                     g.last == w.last && g.minimum == w.minimum && g.maximum == w.maximum,
+                 qPrintable(QStringLiteral("column %1").arg(w.x)));
+        QVERIFY(g.xFirst >= g.x && g.xLast < g.x + 1);
+    }
+}
+
+// One line per variable, over a time grid, in the palette's colours.
+GraphRenderer::Scene sceneOf(std::initializer_list<const TelemetryVar *> vars, qint64 window)
+{
+    GraphRenderer::Scene scene;
+    scene.window = window;
+    scene.timeGrid = true;
+    for (const TelemetryVar *var : vars) {
+        GraphRenderer::Series s;
+        s.var = var;
+        s.item.deviceId = var->deviceId();
+        s.item.param = var->param() + quint32(scene.series.size());
+        s.item.color = GraphTheme::itemColor(scene.series.size());
+        s.label = QStringLiteral("%1 [%2]").arg(var->label(), var->unit());
+        scene.series << s;
+    }
+    return scene;
+}
+
 // Rows painted per column of a plot; INT_MAX/INT_MIN where nothing is.
 struct Extent
 {
@@ -211,18 +243,7 @@ void tst_GraphDecimator::matchesEverySample()
     const GraphDecimator::Result got = decimator.columns(7, var, request);
     const GraphDecimator::Result want = bruteForce(var, request);
     QCOMPARE(got.samples, want.samples);
-    QCOMPARE(got.columns.size(), want.columns.size());
-    for (int i = 0; i < want.columns.size(); ++i) {
-        const GraphDecimator::Column &g = got.columns.at(i);
-        const GraphDecimator::Column &w = want.columns.at(i);
-        QVERIFY2(g.x == w.x && g.count == w.count && g.gapBefore == w.gapBefore,
-                 qPrintable(QStringLiteral("column %1").arg(w.x)));
-        QCOMPARE(g.first, w.first);
-        QCOMPARE(g.last, w.last);
-        QCOMPARE(g.minimum, w.minimum);
-        QCOMPARE(g.maximum, w.maximum);
-        QVERIFY(g.xFirst >= g.x && g.xLast < g.x + 1);
-    }
+    compareColumns(got, want);
     if (want.samples > 0) {
         QCOMPARE(got.minimum, want.minimum);
         QCOMPARE(got.maximum, want.maximum);
@@ -324,11 +345,7 @@ void tst_GraphDecimator::summaryFollowsAppendsAndCuts()
     const GraphDecimator::Result got = decimator.columns(1, var, request);
     const GraphDecimator::Result want = bruteForce(var, request);
     QCOMPARE(got.maximum, 9999999.9);
-    QCOMPARE(got.columns.size(), want.columns.size());
-    for (int i = 0; i < want.columns.size(); ++i) {
-        QCOMPARE(got.columns.at(i).minimum, want.columns.at(i).minimum);
-        QCOMPARE(got.columns.at(i).maximum, want.columns.at(i).maximum);
-    }
+    compareColumns(got, want);
 
     // Idle-time summarising reaches the end of the data.
     GraphDecimator idle;
@@ -374,16 +391,8 @@ void tst_GraphDecimator::batchMatchesEverySample()
     const int misses = decimator.misses();
     QCOMPARE(misses, vars.size());
     for (int k = 0; k < vars.size(); ++k) {
-        const GraphDecimator::Result &got = decimator.columns(jobs.at(k).key, vars.at(k), jobs.at(k).request);
-        const GraphDecimator::Result want = bruteForce(vars.at(k), jobs.at(k).request);
-        QCOMPARE(got.columns.size(), want.columns.size());
-        for (int i = 0; i < want.columns.size(); ++i) {
-            const GraphDecimator::Column &g = got.columns.at(i);
-            const GraphDecimator::Column &w = want.columns.at(i);
-            QVERIFY2(g.x == w.x && g.count == w.count && g.first == w.first && g.last == w.last &&
-                         g.minimum == w.minimum && g.maximum == w.maximum,
-                     qPrintable(QStringLiteral("variable %1, column %2").arg(k).arg(w.x)));
-        }
+        compareColumns(decimator.columns(jobs.at(k).key, vars.at(k), jobs.at(k).request),
+                       bruteForce(vars.at(k), jobs.at(k).request));
     }
     QCOMPARE(decimator.misses(), misses); // all answered from what was prepared
 }
@@ -407,19 +416,7 @@ void tst_GraphDecimator::keptTracesFollowChanges()
     QFETCH(QString, change);
     TelemetryVar voltage = makeVar(60000, 20, Noise);
     TelemetryVar current = makeVar(30000, 40, Gaps);
-    GraphRenderer::Scene scene;
-    scene.from = 0;
-    scene.window = 1200000;
-    scene.timeGrid = true;
-    for (const TelemetryVar *var : {&voltage, &current}) {
-        GraphRenderer::Series s;
-        s.var = var;
-        s.item.deviceId = var->deviceId();
-        s.item.param = var->param() + quint32(scene.series.size());
-        s.item.color = GraphTheme::itemColor(scene.series.size());
-        s.label = QStringLiteral("%1 [%2]").arg(var->label(), var->unit());
-        scene.series << s;
-    }
+    GraphRenderer::Scene scene = sceneOf({&voltage, &current}, 1200000);
     QSize size(900, 500);
     GraphDecimator keptDecimator;
     GraphRenderer kept(&keptDecimator);
@@ -468,19 +465,11 @@ void tst_GraphDecimator::vectorPathsAgree()
     // with thick and thin lines over grid and fill, and a plot whose width is no multiple of either.
     TelemetryVar noisy = makeVar(90000, 10, Noise);
     TelemetryVar gappy = makeVar(40000, 20, Gaps);
-    GraphRenderer::Scene scene;
-    scene.window = 900000;
-    scene.timeGrid = true;
-    for (const TelemetryVar *var : {&noisy, &gappy}) {
-        GraphRenderer::Series s;
-        s.var = var;
-        s.item.param = quint32(scene.series.size() + 1);
-        s.item.color = GraphTheme::itemColor(scene.series.size());
-        s.item.lineWidth = scene.series.isEmpty() ? 1 : 5;
-        s.item.fill = !scene.series.isEmpty();
-        s.item.showGrid = true;
-        scene.series << s;
-    }
+    GraphRenderer::Scene scene = sceneOf({&noisy, &gappy}, 900000);
+    scene.series[0].item.showGrid = scene.series[1].item.showGrid = true;
+    scene.series[0].item.lineWidth = 1;
+    scene.series[1].item.lineWidth = 5;
+    scene.series[1].item.fill = true;
     const QSize size(1013, 377);
     QImage images[2];
     for (bool wide : {true, false}) {

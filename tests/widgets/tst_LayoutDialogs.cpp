@@ -71,10 +71,7 @@ void tst_LayoutDialogs::saveNeedsAName()
     dialog.findChild<QLineEdit *>("name")->setText(name);
     dialog.accept();
     QCOMPARE(dialog.result(), int(QDialog::Rejected));
-    QCOMPARE(m_f->prompter.asked.size(), 1);
-    QCOMPARE(m_f->prompter.asked.at(0).kind, QStringLiteral("information"));
-    QCOMPARE(m_f->prompter.asked.at(0).title, QStringLiteral("Info"));
-    QCOMPARE(m_f->prompter.asked.at(0).text, QStringLiteral("Please set the layout name"));
+    QCOMPARE(m_f->prompter.only(), QStringLiteral("information|Info|Please set the layout name"));
     QVERIFY(m_db->layouts().isEmpty());
 }
 
@@ -109,11 +106,9 @@ void tst_LayoutDialogs::saveReportsADatabaseFailure()
     m_db->close();
     dialog.accept();
     QCOMPARE(dialog.result(), int(QDialog::Rejected));
-    QCOMPARE(m_f->prompter.asked.size(), 1);
-    QCOMPARE(m_f->prompter.asked.at(0).kind, QStringLiteral("error"));
-    QCOMPARE(m_f->prompter.asked.at(0).title, QStringLiteral("Layout error"));
-    QVERIFY(m_f->prompter.asked.at(0).text.startsWith("<b>Unable to save layout:</b><ul><li>"));
-    QVERIFY(!m_f->prompter.asked.at(0).text.contains("<li></li>"));
+    QVERIFY2(m_f->prompter.only().startsWith("error|Layout error|<b>Unable to save layout:</b><ul><li>") &&
+                 !m_f->prompter.only().contains("<li></li>"),
+             qPrintable(m_f->prompter.only()));
 }
 
 void tst_LayoutDialogs::loadShowsAndLoadsTheSelectedLayout()
@@ -161,10 +156,7 @@ void tst_LayoutDialogs::loadDeletesOnlyWhenConfirmed()
     list->setCurrentRow(0);
     m_f->prompter.buttons.enqueue(confirm ? QMessageBox::Yes : QMessageBox::No);
     dialog.deletePressed();
-    QCOMPARE(m_f->prompter.asked.size(), 1);
-    QCOMPARE(m_f->prompter.asked.at(0).kind, QStringLiteral("question"));
-    QCOMPARE(m_f->prompter.asked.at(0).title, QStringLiteral("Confirmation"));
-    QCOMPARE(m_f->prompter.asked.at(0).text, QStringLiteral("Really delete layout?"));
+    QCOMPARE(m_f->prompter.only(), QStringLiteral("question|Confirmation|Really delete layout?"));
     QCOMPARE(m_f->prompter.asked.at(0).buttons, QMessageBox::Yes | QMessageBox::No);
     // Enter keeps the layout.
     QCOMPARE(m_f->prompter.asked.at(0).defaultButton, QMessageBox::No);
@@ -183,9 +175,8 @@ void tst_LayoutDialogs::damagedStoredLayoutIsRefused()
     dialog.findChild<QListWidget *>("layoutList")->setCurrentRow(0);
     dialog.accept();
     QCOMPARE(dialog.result(), int(QDialog::Rejected));
-    QCOMPARE(m_f->prompter.asked.size(), 1);
-    QCOMPARE(m_f->prompter.asked.at(0).title, QStringLiteral("Layout error"));
-    QVERIFY(m_f->prompter.asked.at(0).text.startsWith("<b>Unable to load layout:</b><ul><li>"));
+    QVERIFY2(m_f->prompter.only().startsWith("error|Layout error|<b>Unable to load layout:</b><ul><li>"),
+             qPrintable(m_f->prompter.only()));
     QCOMPARE(m_f->manager->saveLayout(), before);
 }
 

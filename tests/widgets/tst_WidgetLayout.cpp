@@ -84,7 +84,6 @@ private slots:
     void modelLayoutIsLoadedAndSaved();
     void modelLayoutFailuresFallBackToTheDefault_data();
     void modelLayoutFailuresFallBackToTheDefault();
-    void savingASessionCanFail();
     void everyWindowAsksThroughTheManagersPrompter();
     void layoutFileDialogs_data();
     void layoutFileDialogs();
@@ -268,10 +267,10 @@ void tst_WidgetLayout::damagedLayoutKeepsTheCurrentOne()
     const QString path = dir.filePath("damaged.jsn");
     QVERIFY(writeFile(path, layout));
     QVERIFY(!f.manager->importLayoutFile(path, nullptr));
-    QCOMPARE(f.prompter.asked.size(), 1);
-    QCOMPARE(f.prompter.asked.at(0).title, QStringLiteral("Layout error"));
-    QVERIFY(f.prompter.asked.at(0).text.startsWith("<b>Unable to import layout file:</b><ul><li>"));
-    QVERIFY(f.prompter.asked.at(0).text.endsWith("</li></ul>"));
+    QVERIFY2(
+        f.prompter.only().startsWith("error|Layout error|<b>Unable to import layout file:</b><ul><li>") &&
+            f.prompter.only().endsWith("</li></ul>"),
+        qPrintable(f.prompter.only()));
     QCOMPARE(f.manager->saveLayout(), before);
 }
 
@@ -286,8 +285,6 @@ void tst_WidgetLayout::floatingWindowsAreSavedOnlyWhileVisible()
     const QList<QMainWindow *> windows = f.manager->dataWindows();
     QCOMPARE(windows.size(), 1);
     QMainWindow *window = windows.at(0);
-    QCOMPARE(window->objectName(), QStringLiteral("DataWindow"));
-    QCOMPARE(window->windowTitle(), QStringLiteral("Vexo Studio: Data Window"));
     QVERIFY(window->isVisible());
     QCOMPARE(f.manager->widgets().size(), 2);
 
@@ -361,8 +358,6 @@ void tst_WidgetLayout::layoutFileErrorsAreReported_data()
     const QString import = QStringLiteral("<b>Unable to import layout file:</b><ul><li>");
     QTest::newRow("missing file") << "missing.jsn" << QByteArray() << false << "Layout error" << import;
     QTest::newRow("a folder") << "folder" << QByteArray() << false << "Layout error" << import;
-    QTest::newRow("damaged file") << "damaged.jsn" << QByteArray(R"({"Main-Container":)") << false
-                                  << "Layout error" << import;
     QTest::newRow("oversize file") << "huge.jsn" << QByteArray(5 * 1024 * 1024, ' ') << false
                                    << "Layout error" << import;
     QTest::newRow("export into a missing folder")
@@ -391,10 +386,7 @@ void tst_WidgetLayout::layoutFileErrorsAreReported()
     const bool ok =
         exporting ? f.manager->exportLayoutFile(path, nullptr) : f.manager->importLayoutFile(path, nullptr);
     QVERIFY(!ok);
-    QCOMPARE(f.prompter.asked.size(), 1);
-    QCOMPARE(f.prompter.asked.at(0).title, title);
-    QCOMPARE(f.prompter.asked.at(0).kind, QStringLiteral("error"));
-    QVERIFY2(f.prompter.asked.at(0).text.startsWith(prefix), qPrintable(f.prompter.asked.at(0).text));
+    QVERIFY2(f.prompter.only().startsWith("error|" + title + '|' + prefix), qPrintable(f.prompter.only()));
     QCOMPARE(f.manager->saveLayout(), before);
     if (!content.isEmpty())
         QCOMPARE(readFile(path), content);
@@ -434,6 +426,14 @@ void tst_WidgetLayout::modelLayoutIsLoadedAndSaved()
     QCOMPARE(f.manager->saveLayout(), DefaultLayout::document());
     QVERIFY(f.manager->saveSessionForModel(-1, nullptr));
     QVERIFY(f.prompter.asked.isEmpty());
+
+    // With the database gone the session cannot be saved, and the pilot is told why.
+    db.close();
+    QVERIFY(!f.manager->saveSessionForModel(id, nullptr));
+    QVERIFY2(f.prompter.only().startsWith(
+                 "error|Error|<b>Unable to save session for the current model:</b><ul><li>") &&
+                 !f.prompter.only().contains("<li></li>"),
+             qPrintable(f.prompter.only()));
 }
 
 void tst_WidgetLayout::modelLayoutFailuresFallBackToTheDefault_data()
@@ -461,32 +461,11 @@ void tst_WidgetLayout::modelLayoutFailuresFallBackToTheDefault()
     QVERIFY(f.load(layoutJson(leafJson(R"({"Type":"RSS"})"))));
     QVERIFY(!f.manager->activateModel(id, nullptr));
     LayoutFixture::flush();
-    QCOMPARE(f.prompter.asked.size(), 1);
-    QCOMPARE(f.prompter.asked.at(0).kind, QStringLiteral("warning"));
-    QCOMPARE(f.prompter.asked.at(0).title, QStringLiteral("Layout error"));
-    QVERIFY(f.prompter.asked.at(0).text.startsWith("<b>Unable to load layout for model:</b><ul><li>"));
-    QVERIFY(f.prompter.asked.at(0).text.endsWith("</li></ul>Loading default layout now..."));
+    QVERIFY2(f.prompter.only().startsWith(
+                 "warning|Layout error|<b>Unable to load layout for model:</b><ul><li>") &&
+                 f.prompter.only().endsWith("</li></ul>Loading default layout now..."),
+             qPrintable(f.prompter.only()));
     QCOMPARE(f.manager->saveLayout(), DefaultLayout::document());
-}
-
-void tst_WidgetLayout::savingASessionCanFail()
-{
-    QTemporaryDir dir;
-    DatabaseManager db(dir.path());
-    QVERIFY(db.openAndInitialise());
-    ModelData model;
-    model.name = QStringLiteral("Plane");
-    const int id = db.insertModel(model);
-    LayoutFixture f(&db);
-    QVERIFY(f.load(DefaultLayout::document()));
-    db.close();
-    QVERIFY(!f.manager->saveSessionForModel(id, nullptr));
-    QCOMPARE(f.prompter.asked.size(), 1);
-    QCOMPARE(f.prompter.asked.at(0).kind, QStringLiteral("error"));
-    QCOMPARE(f.prompter.asked.at(0).title, QStringLiteral("Error"));
-    QVERIFY(f.prompter.asked.at(0).text.startsWith(
-        "<b>Unable to save session for the current model:</b><ul><li>"));
-    QVERIFY(!f.prompter.asked.at(0).text.contains("<li></li>"));
 }
 
 // Windows and containers, docked or floating, made before or after the prompter was set, all ask through
@@ -550,10 +529,7 @@ void tst_WidgetLayout::layoutFileDialogs()
     if (!answer.isEmpty())
         f.prompter.texts.enqueue(dir.filePath(answer));
     QCOMPARE(f.manager->exportLayoutToFile(nullptr, dir.path()), !answer.isEmpty());
-    QCOMPARE(f.prompter.asked.size(), 1);
-    QCOMPARE(f.prompter.asked.at(0).kind, QStringLiteral("save"));
-    QCOMPARE(f.prompter.asked.at(0).title, QStringLiteral("Save layout as"));
-    QCOMPARE(f.prompter.asked.at(0).text, dir.path()); // the folder it starts in
+    QCOMPARE(f.prompter.only(), "save|Save layout as|" + dir.path()); // the folder it starts in
     QCOMPARE(QDir(dir.path()).entryList(QDir::Files),
              written.isEmpty() ? QStringList() : QStringList{written});
     if (written.isEmpty())

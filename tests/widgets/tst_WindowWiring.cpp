@@ -65,64 +65,45 @@ void tst_WindowWiring::routes_data()
 {
     QTest::addColumn<int>("type");
     QTest::addColumn<Route>("route");
+    const int g = WindowTypes::Graph, s = WindowTypes::Sensors, t = WindowTypes::DataTable,
+              m = WindowTypes::Models;
+    using H = WindowHub;
     using G = WidgetGraph;
-    QTest::newRow("graph: add sensor")
-        << int(WindowTypes::Graph) << hubToWindow<G>(&WindowHub::addSensorRequest, &G::addData);
-    QTest::newRow("graph: log status")
-        << int(WindowTypes::Graph) << hubToWindow<G>(&WindowHub::setLogStatusRequest, &G::setLogging);
-    QTest::newRow("graph: sensors") << int(WindowTypes::Graph)
-                                    << hubToWindow<G>(&WindowHub::updateSensorsRequest, &G::sensorsUpdated);
-    QTest::newRow("graph: log loaded")
-        << int(WindowTypes::Graph) << hubToWindow<G>(&WindowHub::logFileLoadedRequest, &G::logFileLoaded);
+    QTest::newRow("graph: add sensor") << g << hubToWindow<G>(&H::addSensorRequest, &G::addData);
+    QTest::newRow("graph: log status") << g << hubToWindow<G>(&H::setLogStatusRequest, &G::setLogging);
+    QTest::newRow("graph: sensors") << g << hubToWindow<G>(&H::updateSensorsRequest, &G::sensorsUpdated);
+    QTest::newRow("graph: log loaded") << g << hubToWindow<G>(&H::logFileLoadedRequest, &G::logFileLoaded);
     QTest::newRow("graph: cursor in")
-        << int(WindowTypes::Graph)
-        << hubToWindow<G>(&WindowHub::mouseOverTimestampRequest, &G::externalTimestampMoved);
-    QTest::newRow("graph: values") << int(WindowTypes::Graph)
-                                   << hubToWindow<G>(&WindowHub::valueAddedRequest, &G::dataUpdated);
-    QTest::newRow("graph: store logging") << int(WindowTypes::Graph) << storeLogging<G>(&G::setLogging);
+        << g << hubToWindow<G>(&H::mouseOverTimestampRequest, &G::externalTimestampMoved);
+    QTest::newRow("graph: values") << g << hubToWindow<G>(&H::valueAddedRequest, &G::dataUpdated);
+    QTest::newRow("graph: store logging") << g << storeLogging<G>(&G::setLogging);
     QTest::newRow("graph: cursor out")
-        << int(WindowTypes::Graph)
-        << windowToHub<G>(&G::mouseOverTimestamp, &WindowHub::mouseOverTimestampMoved);
-    QTest::newRow("graph: unit") << int(WindowTypes::Graph)
-                                 << windowToHub<G>(&G::unitChanged, &WindowHub::unitChanged);
+        << g << windowToHub<G>(&G::mouseOverTimestamp, &H::mouseOverTimestampMoved);
+    QTest::newRow("graph: unit") << g << windowToHub<G>(&G::unitChanged, &H::unitChanged);
     QTest::newRow("graph: cut before")
-        << int(WindowTypes::Graph)
-        << windowToHub<G>(&G::removeTelemetryBeforeTimestamp, &WindowHub::removeTelemetryBeforeTimestamp);
+        << g << windowToHub<G>(&G::removeTelemetryBeforeTimestamp, &H::removeTelemetryBeforeTimestamp);
     QTest::newRow("graph: cut after")
-        << int(WindowTypes::Graph)
-        << windowToHub<G>(&G::removeTelemetryAfterTimestamp, &WindowHub::removeTelemetryAfterTimestamp);
-    QTest::newRow("graph: undo cut") << int(WindowTypes::Graph)
-                                     << windowToHub<G>(&G::undoCutRequest, &WindowHub::undoCutRequest);
+        << g << windowToHub<G>(&G::removeTelemetryAfterTimestamp, &H::removeTelemetryAfterTimestamp);
+    QTest::newRow("graph: undo cut") << g << windowToHub<G>(&G::undoCutRequest, &H::undoCutRequest);
 
     using S = WidgetLogSensors;
-    QTest::newRow("sensors: sensors")
-        << int(WindowTypes::Sensors) << hubToWindow<S>(&WindowHub::updateSensorsRequest, &S::updateItems);
-    QTest::newRow("sensors: values") << int(WindowTypes::Sensors)
-                                     << hubToWindow<S>(&WindowHub::valueAddedRequest, &S::updateLoggedValues);
-    QTest::newRow("sensors: log status")
-        << int(WindowTypes::Sensors) << hubToWindow<S>(&WindowHub::setLogStatusRequest, &S::setLogStatus);
-    QTest::newRow("sensors: store logging") << int(WindowTypes::Sensors) << storeLogging<S>(&S::setLogStatus);
-    QTest::newRow("sensors: reset") << int(WindowTypes::Sensors)
-                                    << windowToHub<S>(&S::sensorsReset, &WindowHub::sensorsCleared);
-    QTest::newRow("sensors: logging")
-        << int(WindowTypes::Sensors) << windowToHub<S>(&S::loggingSet, &WindowHub::logStatusChanged);
+    QTest::newRow("sensors: sensors") << s << hubToWindow<S>(&H::updateSensorsRequest, &S::updateItems);
+    QTest::newRow("sensors: values") << s << hubToWindow<S>(&H::valueAddedRequest, &S::updateLoggedValues);
+    QTest::newRow("sensors: log status") << s << hubToWindow<S>(&H::setLogStatusRequest, &S::setLogStatus);
+    QTest::newRow("sensors: store logging") << s << storeLogging<S>(&S::setLogStatus);
+    QTest::newRow("sensors: reset") << s << windowToHub<S>(&S::sensorsReset, &H::sensorsCleared);
+    QTest::newRow("sensors: logging") << s << windowToHub<S>(&S::loggingSet, &H::logStatusChanged);
     QTest::newRow("sensors: double click")
-        << int(WindowTypes::Sensors)
-        << windowToHub<S>(&S::sensorDblClick, &WindowHub::addSensorToActiveWidget);
-    QTest::newRow("sensors: KML") << int(WindowTypes::Sensors)
-                                  << windowToHub<S>(&S::exportGPSRequest, &WindowHub::GPSExport);
+        << s << windowToHub<S>(&S::sensorDblClick, &H::addSensorToActiveWidget);
+    QTest::newRow("sensors: KML") << s << windowToHub<S>(&S::exportGPSRequest, &H::GPSExport);
 
     using T = WidgetDataTable;
-    QTest::newRow("table: add sensor")
-        << int(WindowTypes::DataTable) << hubToWindow<T>(&WindowHub::addSensorRequest, &T::addData);
-    QTest::newRow("table: sensors") << int(WindowTypes::DataTable)
-                                    << hubToWindow<T>(&WindowHub::updateSensorsRequest, &T::sensorsUpdated);
-    QTest::newRow("table: values") << int(WindowTypes::DataTable)
-                                   << hubToWindow<T>(&WindowHub::valueAddedRequest, &T::dataUpdated);
+    QTest::newRow("table: add sensor") << t << hubToWindow<T>(&H::addSensorRequest, &T::addData);
+    QTest::newRow("table: sensors") << t << hubToWindow<T>(&H::updateSensorsRequest, &T::sensorsUpdated);
+    QTest::newRow("table: values") << t << hubToWindow<T>(&H::valueAddedRequest, &T::dataUpdated);
 
     QTest::newRow("models: activated")
-        << int(WindowTypes::Models)
-        << windowToHub<WidgetModel>(&WidgetModel::modelActivated, &WindowHub::modelActivated);
+        << m << windowToHub<WidgetModel>(&WidgetModel::modelActivated, &H::modelActivated);
 }
 
 void tst_WindowWiring::routes()
