@@ -4,6 +4,7 @@
 #include "database/Logger.h"
 #include "telemetry/TelemetryMetaTypes.h"
 #include "widgets/layout/Prompter.h"
+#include "widgets/layout/WidgetManager.h"
 
 #include <QApplication>
 
@@ -91,6 +92,21 @@ int main(int argc, char *argv[])
             if (!shotPath.isEmpty())
                 std::fprintf(stderr, "Configuration not loaded: reinitializing\n");
             window.startWithoutSettings(shotPath.isEmpty());
+        }
+        // "--layout FILE.jsn": that arrangement instead of the model's, for this run.
+        const int layoutArg = arguments.indexOf(QStringLiteral("--layout"));
+        if (layoutArg >= 0) {
+            QString error;
+            const QString layoutPath = arguments.value(layoutArg + 1);
+            if (!window.windowManager()->readLayoutFile(layoutPath, &error)) {
+                std::fprintf(stderr, "Could not load the layout %s: %s\n", qPrintable(layoutPath),
+                             qPrintable(error));
+                if (shotPath.isEmpty())
+                    window.prompter()->error(
+                        &window, QObject::tr("Error"),
+                        QObject::tr("<b>Unable to load the layout:</b><ul><li>%1</li></ul>")
+                            .arg(error.toHtmlEscaped()));
+            }
         }
         result = app.exec();
     }
