@@ -1,5 +1,6 @@
 #include "app/LogLoadTask.h"
 #include "telemetry/TelemetryMetaTypes.h"
+#include "tests/support/TestFiles.h"
 
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -34,10 +35,7 @@ void tst_LogLoadTask::warningReachesTheCaller()
     QFETCH(bool, warned);
     QTemporaryDir dir;
     const QString path = dir.filePath(QStringLiteral("flight.log"));
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    f.write(bytes);
-    f.close();
+    QVERIFY(writeFile(path, bytes));
 
     LogLoadTask task(nullptr);
     QSignalSpy finished(&task, &LogLoadTask::finished);

@@ -35,7 +35,6 @@ private slots:
     void datesRead();
     void failuresNameTheFile_data();
     void failuresNameTheFile();
-    void bindings();
 };
 
 void tst_DatabaseConnection::datesRead_data()
@@ -105,34 +104,6 @@ void tst_DatabaseConnection::failuresNameTheFile()
     QVERIFY2(c.lastError().startsWith(path + QStringLiteral(": ")), qPrintable(c.lastError()));
     QVERIFY2(c.lastError().contains(reason), qPrintable(c.lastError()));
     QCOMPARE(c.lastErrorCode(), code);
-}
-
-void tst_DatabaseConnection::bindings()
-{
-    QTemporaryDir dir;
-    const QString path = openDatabase(dir);
-    QVERIFY(!path.isEmpty());
-    {
-        DatabaseConnection c(path, QLatin1String(kName));
-        // A null text still fits a "not null" column; -1 binds as null, other ids as themselves.
-        const int first =
-            c.execInsert(QStringLiteral("insert into t (s, n) values (?, ?)"),
-                         {DatabaseConnection::text(QString()), DatabaseConnection::nullable(-1)});
-        const int second =
-            c.execInsert(QStringLiteral("insert into t (s, n) values (?, ?)"),
-                         {DatabaseConnection::text(QStringLiteral("x")), DatabaseConnection::nullable(3)});
-        QVERIFY2(first > 0 && second > first, qPrintable(c.lastError()));
-        QSqlQuery q = c.query();
-        QVERIFY(c.exec(q, QStringLiteral("select s, n from t order by rowid")));
-        QVERIFY(q.next());
-        QCOMPARE(q.value(0).toString(), QString());
-        QVERIFY(!q.value(0).isNull());
-        QCOMPARE(DatabaseConnection::idOrMinusOne(q.value(1)), -1);
-        QVERIFY(q.next());
-        QCOMPARE(q.value(0).toString(), QStringLiteral("x"));
-        QCOMPARE(DatabaseConnection::idOrMinusOne(q.value(1)), 3);
-    }
-    closeDatabase();
 }
 
 QTEST_GUILESS_MAIN(tst_DatabaseConnection)

