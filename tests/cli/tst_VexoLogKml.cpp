@@ -1,4 +1,3 @@
-#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -77,22 +76,19 @@ void tst_VexoLogKml::coordinates()
     QVERIFY2(r.code == 0, r.err.constData());
     QVERIFY(r.err.isEmpty());
 
+    // The document around the points is the writer's (tst_KmlWriter); here the points and the pins.
     const QString text = QString::fromUtf8(readAll(out));
-    QVERIFY(text.startsWith(QLatin1String("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<kml xmlns=")));
-    QVERIFY(text.endsWith(QLatin1String("  </Folder>\n</kml>\n")));
     const int from = text.indexOf(QLatin1String("     <coordinates>\n")) + 19;
     const int to = text.indexOf(QLatin1String("     </coordinates>\n"));
     QVERIFY(from > 19 && to > from);
     QCOMPARE(text.mid(from, to - from), track.join(QLatin1String(" \n")) + QLatin1String(" \n"));
-    QStringList pinned;
-    QRegularExpressionMatchIterator it =
-        QRegularExpression(QStringLiteral("<coordinates>([^<\n]+)</coordinates>")).globalMatch(text);
-    while (it.hasNext())
-        pinned << it.next().captured(1);
     // Start and Landing: the first and the last point with a fix.
-    QCOMPARE(pinned, QStringList({track.constFirst(), track.constLast()}));
-    QVERIFY(text.indexOf(QLatin1String("<name>Start</name>")) <
-            text.indexOf(QLatin1String("<name>Landing</name>")));
+    QVERIFY(text.contains("<coordinates>" + track.constFirst() +
+                          "</coordinates>\n    </Point>\n  </Placemark>\n  "
+                          "<Placemark>\n    <name>Landing</name>"));
+    QVERIFY(text.contains("<coordinates>" + track.constLast() +
+                          "</coordinates>\n    </Point>\n  </Placemark>\n  "
+                          "</Folder>"));
 }
 
 void tst_VexoLogKml::badInput_data()
@@ -106,8 +102,6 @@ void tst_VexoLogKml::badInput_data()
                                  << "missing.log";
     QTest::newRow("unknown variable")
         << QStringList{"kml", sample(), "--lat", kLat, "--lon", kGps + ":9", out} << 1 << kGps + ":9";
-    QTest::newRow("unknown altitude variable")
-        << QStringList{"kml", sample(), "--lat", kLat, "--lon", kLon, "--alt", "1:3", out} << 1 << "1:3";
     QTest::newRow("not a coordinate")
         << QStringList{"kml", sample(), "--lat", kGps + ":5", "--lon", kLon, out} << 1 << kGps + ":5";
     QTest::newRow("latitude and longitude swapped")
@@ -115,11 +109,6 @@ void tst_VexoLogKml::badInput_data()
     QTest::newRow("bad D:P") << QStringList{"kml", sample(), "--lat", "GPS:1", "--lon", kLon, out} << 2
                              << "GPS:1";
     QTest::newRow("no longitude") << QStringList{"kml", sample(), "--lat", kLat, out} << 2 << "--lon";
-    QTest::newRow("option without value")
-        << QStringList{"kml", sample(), "--lon", kLon, out, "--lat"} << 2 << "--lat";
-    QTest::newRow("unknown option") << QStringList{"kml", sample(), "--lat", kLat, "--lon", kLon, "--x", out}
-                                    << 2 << "--x";
-    QTest::newRow("no output") << QStringList{"kml", sample(), "--lat", kLat, "--lon", kLon} << 2 << "output";
     QTest::newRow("output is a folder")
         << QStringList{"kml", sample(), "--lat", kLat, "--lon", kLon, "folder"} << 1 << "folder";
 }
@@ -131,13 +120,10 @@ void tst_VexoLogKml::badInput()
     QFETCH(QString, named);
 
     QTemporaryDir dir;
-    QVERIFY(dir.isValid());
     QVERIFY(QDir(dir.path()).mkdir(QStringLiteral("folder")));
     // Outputs are named relative to the temporary folder; an earlier file must survive a failed run.
     const QByteArray old("previous contents");
-    {
-        QVERIFY(writeFile(dir.filePath(QStringLiteral("OUT")), old));
-    }
+    QVERIFY(writeFile(dir.filePath(QStringLiteral("OUT")), old));
     for (QString &a : args) {
         if (a == QLatin1String("OUT") || a == QLatin1String("folder") || a == QLatin1String("missing.log"))
             a = dir.filePath(a);
@@ -147,9 +133,8 @@ void tst_VexoLogKml::badInput()
     const QByteArray firstLine = r.err.split('\n').constFirst();
     QVERIFY2(firstLine.startsWith("vexo-log: ") && firstLine.contains(named.toUtf8()), r.err.constData());
     QCOMPARE(readAll(dir.filePath(QStringLiteral("OUT"))), old);
-    QStringList left = QDir(dir.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden);
-    left.sort();
-    QCOMPARE(left, QStringList({"OUT", "folder"}));
+    QCOMPARE(QDir(dir.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden, QDir::Name),
+             QStringList({"OUT", "folder"}));
 }
 
 QTEST_GUILESS_MAIN(tst_VexoLogKml)

@@ -7,26 +7,17 @@
 
 #include <csignal>
 
-namespace {
 using VexoLogRunner::Result;
-
-Result run(const QStringList &args, int timeoutMs = 60000)
-{
-    return VexoLogRunner::run(args, timeoutMs);
-}
-} // namespace
+using VexoLogRunner::run;
 
 class tst_VexoLogLive : public QObject
 {
     Q_OBJECT
 private slots:
-    void init();
     void cleanup();
     void devicesListed();
-    void recordForSomeSeconds();
     void recordStoppedWithCtrlC();
     void recordKeepsDataWhenUnplugged();
-    void portThatCannotBeOpened_data();
     void portThatCannotBeOpened();
 
 private:
@@ -39,6 +30,8 @@ private:
 
 bool tst_VexoLogLive::startSimulator(const QStringList &extra)
 {
+    if (!m_dir.isValid())
+        return false;
     m_port = m_dir.filePath("ttyLX");
     m_sim.start(QStringLiteral(VEXO_BUS_SIM_BINARY), QStringList{"--link", m_port, "--quiet"} + extra);
     if (!m_sim.waitForStarted(10000))
@@ -47,11 +40,6 @@ bool tst_VexoLogLive::startSimulator(const QStringList &extra)
     for (int i = 0; i < 100 && !m_sim.canReadLine(); ++i)
         m_sim.waitForReadyRead(100);
     return m_sim.canReadLine() && QFileInfo::exists(m_port);
-}
-
-void tst_VexoLogLive::init()
-{
-    QVERIFY(m_dir.isValid());
 }
 
 void tst_VexoLogLive::cleanup()
@@ -73,25 +61,8 @@ void tst_VexoLogLive::devicesListed()
     QVERIFY2(text.startsWith(QStringLiteral("7 devices on ")), r.out.constData());
     // Identifiers in upper-case hexadecimal, with name and hardware; extensions name their device.
     QVERIFY2(text.contains(QStringLiteral("10A401")), r.out.constData());
-    QVERIFY(text.contains(QStringLiteral("GPS Logger")));
-    QVERIFY(text.contains(QStringLiteral("extension 1 of 10A401")));
-    QVERIFY(text.contains(QStringLiteral("2 extensions")));
-}
-
-void tst_VexoLogLive::recordForSomeSeconds()
-{
-    QVERIFY(startSimulator());
-    const QString log = m_dir.filePath("flight.log");
-    const Result r = run({"record", "--port", m_port, "--seconds", "4", "--out", log});
-    QVERIFY2(r.code == 0, r.err.constData());
-    QVERIFY(r.out.contains("device 10A401"));
-    QVERIFY(r.out.contains("records"));
-    QVERIFY(r.out.contains("wrote "));
-    const Result info = run({"info", log});
-    QCOMPARE(info.code, 0);
-    QVERIFY2(info.out.contains("GPS Logger"), info.out.constData());
-    const QByteArray samples = info.out.mid(info.out.indexOf("Samples:") + 8).split('\n').value(0).trimmed();
-    QVERIFY2(samples.toLongLong() > 100, info.out.constData());
+    for (const char *said : {"GPS Logger", "extension 1 of 10A401", "2 extensions"})
+        QVERIFY2(text.contains(QLatin1String(said)), said);
 }
 
 void tst_VexoLogLive::recordStoppedWithCtrlC()
@@ -134,26 +105,15 @@ void tst_VexoLogLive::recordKeepsDataWhenUnplugged()
     QVERIFY(!info.out.contains("Samples:     0\n"));
 }
 
-void tst_VexoLogLive::portThatCannotBeOpened_data()
-{
-    QTest::addColumn<QStringList>("args");
-    QTest::newRow("devices, missing port")
-        << QStringList{"devices", "--port", "/dev/vexo-none", "--seconds", "1"};
-    QTest::newRow("record, missing port")
-        << QStringList{"record", "--port", "/dev/vexo-none", "--out", "OUT"};
-    QTest::newRow("record, not a serial port")
-        << QStringList{"record", "--port", "/dev/null", "--out", "OUT"};
-}
-
 void tst_VexoLogLive::portThatCannotBeOpened()
 {
-    QFETCH(QStringList, args);
     const QString out = m_dir.filePath("never.log");
-    args.replaceInStrings("OUT", out);
-    const Result r = run(args, 20000);
-    QCOMPARE(r.code, 1);
-    QVERIFY2(r.err.startsWith("vexo-log: /dev/"), r.err.constData());
-    QVERIFY(!QFileInfo::exists(out));
+    for (const char *port : {"/dev/vexo-none", "/dev/null"}) { // missing, and not a serial port
+        const Result r = run({"record", "--port", port, "--out", out}, 20000);
+        QCOMPARE(r.code, 1);
+        QVERIFY2(r.err.startsWith("vexo-log: /dev/"), r.err.constData());
+        QVERIFY(!QFileInfo::exists(out));
+    }
 }
 
 QTEST_GUILESS_MAIN(tst_VexoLogLive)

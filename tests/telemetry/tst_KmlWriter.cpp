@@ -1,8 +1,6 @@
 #include "telemetry/KmlWriter.h"
-#include "tests/support/TestFiles.h"
 #include "tests/support/TestSamples.h"
 
-#include <QTemporaryDir>
 #include <QtTest>
 
 namespace {
@@ -50,13 +48,10 @@ class tst_KmlWriter : public QObject
     Q_OBJECT
 private slots:
     void wholeDocument();
-    void noPosition();
     void points_data();
     void points();
     void candidates_data();
     void candidates();
-    void save_data();
-    void save();
 };
 
 void tst_KmlWriter::wholeDocument()
@@ -123,15 +118,6 @@ void tst_KmlWriter::wholeDocument()
     QCOMPARE(KmlWriter::document(lat, lon, &alt).split('\n'), expected.split('\n'));
 }
 
-void tst_KmlWriter::noPosition()
-{
-    // Still a well-formed document; the callers decide that an empty track is not worth a file.
-    const QString text = QString::fromUtf8(KmlWriter::document(QVector<KmlWriter::Point>()));
-    QVERIFY(text.contains(QLatin1String("     <coordinates>\n     </coordinates>\n")));
-    QCOMPARE(text.count(QLatin1String("<coordinates></coordinates>")), 2);
-    QVERIFY(text.endsWith(QLatin1String("  </Folder>\n</kml>\n")));
-}
-
 void tst_KmlWriter::points_data()
 {
     QTest::addColumn<Samples>("lat");
@@ -153,11 +139,6 @@ void tst_KmlWriter::points_data()
         << Samples{fixed7(500000000, 500), fixed7(500000000, 1500)}
         << Samples{raw(4, 0, 10, 0), raw(4, 0, 20, 2000)} << Samples() << false
         << QStringList{"12.5000000,50.0000000,0", "17.5000000,50.0000000,0"};
-    QTest::newRow("longitude after its last sample holds it")
-        << Samples{fixed7(500000000, 5000)} << Samples{raw(4, 0, 10, 0), raw(4, 0, 11, 2000)} << Samples()
-        << false << QStringList{"11.0000000,50.0000000,0"};
-    QTest::newRow("no longitude samples, no position")
-        << Samples{fixed7(500000000, 1000)} << Samples() << Samples() << false << QStringList();
     QTest::newRow("south and west from the sign flag")
         << Samples{coord(33, 30000, 2, 1000)} << Samples{coord(70, 15000, 3, 1000)} << Samples() << false
         << QStringList{"-70.2500000,-33.5000000,0"};
@@ -207,21 +188,15 @@ void tst_KmlWriter::candidates_data()
     };
     row("latitude: flag bit 0 clear", 9, 0, "Lat", "", true, true, false, false);
     row("longitude: flag bit 0 set", 9, 1, "Lon", "", true, false, true, false);
-    row("south latitude", 9, 2, "Lat", "", true, true, false, false);
-    row("west longitude", 9, 3, "Lon", "", true, false, true, false);
     row("a coordinate without samples is not known", 9, 0, "Lat", "", false, false, false, false);
     row("a number labelled latitude", 4, 0, "Latitude", "°", true, false, false, false);
     row("GPS Altitude in m", 1, 1, "GPS Altitude", "m", true, false, false, true);
     row("ALTITUDE, any case", 12, 1, "ALTITUDE", "m", true, false, false, true);
     row("Hoehe", 12, 1, "Hoehe", "m", true, false, false, true);
     row("Höhe is not matched", 12, 1, "Höhe", "m", true, false, false, false);
-    row("Vyska", 12, 1, "Vyska", "m", true, false, false, true);
-    row("Výška is not matched", 12, 1, "Výška", "m", true, false, false, false);
     row("Alt. baro", 12, 1, "Alt. baro", "m", true, false, false, true);
     row("Alt without the point", 12, 1, "Rel Alt", "m", true, false, false, false);
-    row("altitude in ft", 12, 1, "Altitude", "ft", true, false, false, false);
     row("unit must be exactly m", 12, 1, "Altitude", "m ", true, false, false, false);
-    row("a distance in m", 12, 1, "Distance", "m", true, false, false, false);
 }
 
 void tst_KmlWriter::candidates()
@@ -240,44 +215,6 @@ void tst_KmlWriter::candidates()
     QCOMPARE(KmlWriter::isLatitude(var), latitude);
     QCOMPARE(KmlWriter::isLongitude(var), longitude);
     QCOMPARE(KmlWriter::isAltitude(var), altitude);
-}
-
-void tst_KmlWriter::save_data()
-{
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<bool>("ok");
-
-    QTest::newRow("new file") << "track.kml" << true;
-    QTest::newRow("replaces an existing file whole") << "existing.kml" << true;
-    QTest::newRow("a folder") << "folder" << false;
-    QTest::newRow("a missing folder") << "missing/track.kml" << false;
-}
-
-void tst_KmlWriter::save()
-{
-    QFETCH(QString, name);
-    QFETCH(bool, ok);
-
-    QTemporaryDir dir;
-    QVERIFY(dir.isValid());
-    QVERIFY(QDir(dir.path()).mkdir(QStringLiteral("folder")));
-    {
-        QVERIFY(writeFile(dir.filePath(QStringLiteral("existing.kml")), QByteArray(5000, 'x')));
-    }
-    const QString path = dir.filePath(name);
-    const QByteArray text = KmlWriter::document(QVector<KmlWriter::Point>{{14.5, 50.5, 300}});
-    QString error;
-    QCOMPARE(KmlWriter::save(path, text, &error), ok);
-    if (ok) {
-        QFile f(path);
-        QVERIFY(f.open(QIODevice::ReadOnly));
-        QCOMPARE(f.readAll(), text);
-    } else {
-        QVERIFY2(error.contains(path), qPrintable(error));
-        // Nothing is left behind beside the fixtures.
-        QCOMPARE(QDir(dir.path()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
-                 QStringList({"existing.kml", "folder"}));
-    }
 }
 
 QTEST_APPLESS_MAIN(tst_KmlWriter)

@@ -5,7 +5,6 @@
 
 #include <QBuffer>
 #include <QTemporaryDir>
-#include <QTextCodec>
 #include <QtTest>
 
 namespace {
@@ -38,43 +37,6 @@ QByteArray validLog(int valueLines)
     return log;
 }
 
-// The general way only: every line decoded and split, as the XML reader feeds the parser.
-TelemetryDataPackage loadLineByLine(const QByteArray &bytes)
-{
-    LogFileLoader loader;
-    TelemetryDataPackage p;
-    QTextCodec *codec = QTextCodec::codecForName("Windows-1250");
-    for (const QByteArray &line : bytes.split('\n')) {
-        if (line.startsWith('#'))
-            continue;
-        loader.parseLine(codec->toUnicode(line).split(QLatin1Char(';')), &p);
-    }
-    return p;
-}
-
-QString describe(const TelemetryDataPackage &p)
-{
-    QString s = QStringLiteral("first=%1 dropped=%2\n").arg(p.firstTimestamp()).arg(p.droppedValues());
-    for (const TelemetrySensor &d : p.devices()) {
-        s += QStringLiteral("dev %1 %2\n").arg(d.id()).arg(d.name());
-        for (const TelemetryVar &v : d.vars()) {
-            s += QStringLiteral(" p%1 %2 [%3]:").arg(v.param()).arg(v.label(), v.unit());
-            for (const TelemetryValue &x : v.values())
-                s += QStringLiteral(" %1/%2/%3/%4").arg(x.timestamp).arg(x.type).arg(x.decimals).arg(x.value);
-            s += QLatin1Char('\n');
-        }
-    }
-    for (const TelemetryMessage &m : p.messages())
-        s += QStringLiteral("msg %1 %2 %3 %4 %5 %6\n")
-                 .arg(m.timestamp)
-                 .arg(m.deviceId)
-                 .arg(m.text)
-                 .arg(m.type)
-                 .arg(m.value)
-                 .arg(m.alarm);
-    return s;
-}
-
 const TelemetryVar *var(const TelemetryDataPackage &p, quint32 id, quint32 param)
 {
     const TelemetrySensor *d = p.device(id);
@@ -94,8 +56,6 @@ private slots:
     void deviceIdField();
     void narrowing_data();
     void narrowing();
-    void fastPathMatchesGeneralPath_data();
-    void fastPathMatchesGeneralPath();
     void firstTimestampRule();
     void crlfLineEnds();
     void messages();
@@ -103,8 +63,6 @@ private slots:
     void undescribedValuesAreDropped();
     void repeatedDescriptionDoesNotDuplicate();
     void sensorTableConsulted();
-    void linesAcrossChunkBoundaries();
-    void overlongLineIsSkipped();
     void cancelFromProgress();
     void damagedLines_data();
     void damagedLines();
@@ -147,7 +105,6 @@ void tst_LogFileLoader::deviceIdField_data()
     QTest::newRow("low and high") << "0000100002" << kRx;
     QTest::newRow("9 characters are a plain decimal") << "000100002" << 100002u;
     QTest::newRow("11 characters are a plain decimal") << "00000100002" << 100002u;
-    QTest::newRow("short decimal") << "42" << 42u;
 }
 
 void tst_LogFileLoader::deviceIdField()
@@ -165,7 +122,6 @@ void tst_LogFileLoader::narrowing_data()
     QTest::addColumn<qint32>("value");
     QTest::newRow("type 0 narrows to 8 bits") << QByteArray("1;0;0;200") << -56;
     QTest::newRow("type 1 narrows to 16 bits") << QByteArray("1;1;0;40000") << -25536;
-    QTest::newRow("type 4 keeps 32 bits") << QByteArray("1;4;0;40000") << 40000;
     QTest::newRow("type 12 keeps 32 bits") << QByteArray("1;12;0;-2147483648") << qint32(-2147483647 - 1);
     QTest::newRow("64-bit value wraps to 32") << QByteArray("1;12;0;4294967297") << 1;
     // A field that does not parse is not read as 0: the group is left out (the line counts as damaged).
@@ -177,49 +133,17 @@ void tst_LogFileLoader::narrowing()
 {
     QFETCH(QByteArray, group);
     QFETCH(qint32, value);
-    const TelemetryDataPackage p = load(kDescription + "000001000;0000100002;" + group + "\n");
+    LogReadReport report;
+    const TelemetryDataPackage p =
+        load(kDescription + "000001000;0000100002;" + group + "\n", nullptr, &report);
     const TelemetryVar *v = var(p, kRx, 1);
-    QVERIFY(v);
+    QCOMPARE(report.skippedLines, qint64(value == -1 ? 1 : 0));
     if (value == -1) {
         QCOMPARE(v->count(), 0);
         return;
     }
     QCOMPARE(v->count(), 1);
     QCOMPARE(v->values().at(0).value, value);
-}
-
-void tst_LogFileLoader::fastPathMatchesGeneralPath_data()
-{
-    QTest::addColumn<QByteArray>("line");
-    QTest::newRow("plain") << QByteArray("000001000;0000100002;1;1;2;1234;2;12;1;-55");
-    QTest::newRow("spaces around numbers") << QByteArray("  1000 ;0000100002; 1;1 ;2;1234");
-    QTest::newRow("plus sign") << QByteArray("+1000;0000100002;1;+1;2;+7");
-    QTest::newRow("negative timestamp") << QByteArray("-5;0000100002;1;1;2;7");
-    QTest::newRow("trailing CR") << QByteArray("000001000;0000100002;1;1;2;1234\r");
-    QTest::newRow("CR right after the id") << QByteArray("000001000;0000100002\r");
-    QTest::newRow("id as plain decimal") << QByteArray("000001000;131073;1;1;2;9");
-    QTest::newRow("negative 10-char id") << QByteArray("000001000;-000100002;1;1;2;9");
-    QTest::newRow("partial group ignored") << QByteArray("000001000;0000100002;1;1;2;9;2;12");
-    QTest::newRow("empty fields") << QByteArray("000001000;0000100002;;;;");
-    QTest::newRow("huge number") << QByteArray("000001000;0000100002;1;12;0;99999999999999999999");
-    QTest::newRow("type wraps to 16 only in 32 bits")
-        << QByteArray("000001000;0000100002;1;4294967312;0;hello");
-    QTest::newRow("timestamp wraps") << QByteArray("4294968296;0000100002;1;12;0;5");
-    QTest::newRow("timestamp zero is a description") << QByteArray("0;0000100002;3;Extra;km");
-    QTest::newRow("message mid-line") << QByteArray("000001000;0000100002;1;12;0;5;15;16;0;Hi;2;0;1;12;0;6");
-    QTest::newRow("non-ASCII in a number") << QByteArray("000001000;0000100002;1;12;0;\xA0"
-                                                         "5\xA0");
-    QTest::newRow("letters") << QByteArray("garbage;in;here");
-    QTest::newRow("only a timestamp") << QByteArray("000001000");
-    QTest::newRow("empty line") << QByteArray("");
-}
-
-void tst_LogFileLoader::fastPathMatchesGeneralPath()
-{
-    QFETCH(QByteArray, line);
-    const QByteArray log =
-        kDescription + "000000500;0000100002;1;12;0;1\n" + line + "\n000009000;0000100002;2;12;0;3\n";
-    QCOMPARE(describe(load(log)), describe(loadLineByLine(log)));
 }
 
 void tst_LogFileLoader::firstTimestampRule()
@@ -239,13 +163,11 @@ void tst_LogFileLoader::crlfLineEnds()
         kDescription + "000001000;0000100002;1;12;1;55;2;12;0;7\n000002000;0000100002;15;16;0;Ahoj;2;0\n";
     log.replace("\n", "\r\n");
     const TelemetryDataPackage p = load(log);
-    QCOMPARE(p.name(), QStringLiteral("flight"));
-    QCOMPARE(var(p, kRx, 1)->label(), QStringLiteral("Voltage"));
-    QCOMPARE(var(p, kRx, 1)->unit(), QStringLiteral("V"));
+    QCOMPARE(
+        QStringList({p.name(), var(p, kRx, 1)->label(), var(p, kRx, 1)->unit(), p.messages().value(0).text}),
+        QStringList({"flight", "Voltage", "V", "Ahoj"}));
     QCOMPARE(var(p, kRx, 1)->numberAt(0), 5.5);
     QCOMPARE(var(p, kRx, 2)->numberAt(0), 7.0);
-    QCOMPARE(p.messages().size(), 1);
-    QCOMPARE(p.messages().at(0).text, QStringLiteral("Ahoj"));
 }
 
 void tst_LogFileLoader::messages()
@@ -254,16 +176,17 @@ void tst_LogFileLoader::messages()
                                           "000001002;0000100002;15;16;0; bare text \n"
                                           "000001003;0000100002;15;16;0;typed;5;42\n";
     const TelemetryDataPackage p = load(log);
-    QCOMPARE(p.messages().size(), 3);
-    QCOMPARE(p.messages().at(0).text, QStringLiteral("Nízké napětí")); // UTF-8 inside a Windows-1250 line
-    QCOMPARE(p.messages().at(0).timestamp, 1001);
-    QCOMPARE(p.messages().at(0).deviceId, kRx);
-    QCOMPARE(p.messages().at(1).text, QStringLiteral("bare text"));
-    QCOMPARE(p.messages().at(1).type, 2);
-    QCOMPARE(p.messages().at(1).value, 0);
-    QCOMPARE(p.messages().at(2).type, 5);
-    QCOMPARE(p.messages().at(2).value, 42);
-    QVERIFY(!p.messages().at(2).isAlarm());
+    QStringList got; // UTF-8 text inside a Windows-1250 line; a bare text is type 2, value 0
+    for (const TelemetryMessage &m : p.messages())
+        got << QStringLiteral("%1 %2 %3 %4 %5 %6")
+                   .arg(m.timestamp)
+                   .arg(m.deviceId == kRx)
+                   .arg(m.text)
+                   .arg(m.type)
+                   .arg(m.value)
+                   .arg(m.isAlarm());
+    QCOMPARE(got,
+             QStringList({"1001 1 Nízké napětí 2 0 0", "1002 1 bare text 2 0 0", "1003 1 typed 5 42 0"}));
 }
 
 void tst_LogFileLoader::alarmsCollapseWhileReading()
@@ -273,11 +196,11 @@ void tst_LogFileLoader::alarmsCollapseWhileReading()
                            "000002100;0000100002;15;16;0;Alarm: C;7;67\n"  // other character
                            "000004000;0000100002;15;16;0;Alarm: C;7;67\n"; // more than 1500 ms later
     const TelemetryDataPackage p = load(log);
-    QCOMPARE(p.messages().size(), 3);
+    QStringList alarms;
+    for (const TelemetryMessage &m : p.messages())
+        alarms << QStringLiteral("%1 %2").arg(m.timestamp).arg(QChar(m.alarm));
+    QCOMPARE(alarms, QStringList({"1000 V", "2100 C", "4000 C"}));
     QCOMPARE(p.alarmCount(), 3);
-    QCOMPARE(p.messages().at(0).alarm, quint8('V'));
-    QCOMPARE(p.messages().at(1).alarm, quint8('C'));
-    QCOMPARE(p.messages().at(2).timestamp, 4000);
 }
 
 void tst_LogFileLoader::undescribedValuesAreDropped()
@@ -316,49 +239,12 @@ void tst_LogFileLoader::sensorTableConsulted()
     // Missing rows are inserted with the label and unit from the file.
     SensorRow row;
     QVERIFY(table.findSensor(kRx, 1, &row));
-    QCOMPARE(row.label, QStringLiteral("Voltage"));
-    QCOMPARE(row.unit, QStringLiteral("V"));
+    QCOMPARE(row.label + row.unit, QStringLiteral("VoltageV"));
     QVERIFY(table.findSensor(kRx, 0, &row));
     QCOMPARE(table.size(), 3);
     // An existing row is consulted, not overwritten by the file's label.
     QVERIFY(table.findSensor(kRx, 2, &row));
     QCOMPARE(row.label, QString());
-}
-
-void tst_LogFileLoader::linesAcrossChunkBoundaries()
-{
-    // Well over the reader's chunk size, with line lengths that do not divide it.
-    QByteArray log = kDescription;
-    for (int i = 1; i <= 120000; ++i)
-        log += QByteArray::number(i).rightJustified(9, '0') + ";0000100002;1;12;0;" +
-               QByteArray::number(i * 7) + ";2;12;3;" + QByteArray::number(-i) + "\n";
-    log.chop(1); // the last line has no line feed
-    const TelemetryDataPackage p = load(log);
-    const TelemetryVar *v1 = var(p, kRx, 1);
-    const TelemetryVar *v2 = var(p, kRx, 2);
-    QCOMPARE(v1->count(), 120000);
-    QCOMPARE(v2->count(), 120000);
-    for (int i = 0; i < 120000; i += 997) {
-        QCOMPARE(v1->values().at(i).timestamp, i + 1);
-        QCOMPARE(v1->values().at(i).value, (i + 1) * 7);
-        QCOMPARE(v2->values().at(i).value, -(i + 1));
-    }
-    QCOMPARE(v2->values().constLast().value, -120000);
-    // Storage is sized to the data, not doubled.
-    QVERIFY(v1->values().capacity() < 120000 + 120000 / 8);
-}
-
-void tst_LogFileLoader::overlongLineIsSkipped()
-{
-    QByteArray log = kDescription + "000001000;0000100002;1;12;0;5\n";
-    log += QByteArray(17 << 20, '7');
-    log += "\n000002000;0000100002;1;12;0;6\n";
-    LogReadReport report;
-    const TelemetryDataPackage p = load(log, nullptr, &report);
-    QCOMPARE(var(p, kRx, 1)->count(), 2);
-    QCOMPARE(var(p, kRx, 1)->values().at(1).value, 6);
-    QCOMPARE(report.skippedLines, qint64(1));
-    QCOMPARE(report.firstSkippedLine, qint64(7));
 }
 
 void tst_LogFileLoader::cancelFromProgress()
@@ -369,17 +255,15 @@ void tst_LogFileLoader::cancelFromProgress()
     QBuffer buffer(&log);
     buffer.open(QIODevice::ReadOnly);
     LogFileLoader loader;
-    int calls = 0;
-    qint64 lastTotal = 0;
+    QList<qint64> totals;
     loader.setProgressHandler([&](qint64 done, qint64 total) {
-        lastTotal = total;
-        ++calls;
+        totals << total;
         return done < total / 2;
     });
     TelemetryDataPackage p;
     QVERIFY(!loader.load(&buffer, &p));
-    QCOMPARE(lastTotal, qint64(log.size()));
-    QVERIFY(calls >= 2);
+    QVERIFY(totals.size() >= 2);
+    QCOMPARE(totals.last(), qint64(log.size()));
     QVERIFY(!loader.lastError().isEmpty());
 }
 
@@ -387,33 +271,23 @@ void tst_LogFileLoader::damagedLines_data()
 {
     QTest::addColumn<QByteArray>("line");
     QTest::addColumn<bool>("damaged");
-    QTest::newRow("header line") << QByteArray("# later note") << false;
-    QTest::newRow("device line") << QByteArray("000000000;0000300004;0;GPS; ") << false;
     QTest::newRow("device line without its unit field") << QByteArray("000000000;0000300004;0;GPS") << false;
-    QTest::newRow("parameter line") << QByteArray("000000000;0000100002;3;Alt;m") << false;
-    QTest::newRow("value line, two groups") << QByteArray("000001500;0000100002;1;12;1;5;2;12;0;6") << false;
     QTest::newRow("value line, CR") << QByteArray("000001500;0000100002;1;12;1;5\r") << false;
     QTest::newRow("message line") << QByteArray("000001500;0000100002;15;16;0;Hello;2;0") << false;
     QTest::newRow("message without type and value")
         << QByteArray("000001500;0000100002;15;16;0;Hello") << false;
     QTest::newRow("blank line") << QByteArray("") << false;
-    QTest::newRow("CR only") << QByteArray("\r") << false;
     QTest::newRow("partial group") << QByteArray("000001500;0000100002;1;12;1;5;2;12") << true;
     QTest::newRow("no group") << QByteArray("000001500;0000100002") << true;
     QTest::newRow("timestamp only") << QByteArray("000001500") << true;
     QTest::newRow("non-numeric timestamp") << QByteArray("00000x500;0000100002;1;12;1;5") << true;
     QTest::newRow("non-numeric device id") << QByteArray("000001500;00001x0002;1;12;1;5") << true;
-    QTest::newRow("non-numeric value") << QByteArray("000001500;0000100002;1;12;1;5x") << true;
-    QTest::newRow("empty value") << QByteArray("000001500;0000100002;1;12;1;") << true;
     QTest::newRow("value out of range")
         << QByteArray("000001500;0000100002;1;12;1;99999999999999999999") << true;
     QTest::newRow("parameter line without unit") << QByteArray("000000000;0000100002;3;Alt") << true;
     QTest::newRow("label with a semicolon") << QByteArray("000000000;0000100002;3;Alt;i;m") << true;
-    QTest::newRow("description without param") << QByteArray("000000000;0000100002") << true;
     QTest::newRow("message text with a semicolon")
         << QByteArray("000001500;0000100002;15;16;0;He;llo;2;0") << true;
-    QTest::newRow("message type not a number") << QByteArray("000001500;0000100002;15;16;0;Hi;x;0") << true;
-    QTest::newRow("garbage") << QByteArray("%&/ not a log line") << true;
 }
 
 void tst_LogFileLoader::damagedLines()
@@ -444,7 +318,6 @@ void tst_LogFileLoader::unreadableFiles_data()
     QTest::addColumn<QString>("message"); // in the error, or in the warning when ok; empty: no warning
 
     QTest::newRow("valid") << validLog(20) << true << qint64(0) << qint64(0) << false << QString();
-    QTest::newRow("empty") << QByteArray() << false << qint64(0) << qint64(0) << false << "empty";
     QTest::newRow("headers only") << QByteArray("# name\n# description\n") << false << qint64(0) << qint64(0)
                                   << false << "no telemetry";
 
@@ -453,12 +326,10 @@ void tst_LogFileLoader::unreadableFiles_data()
                                           "ELF\x02\x01\n\xff\xfe;;\x01\n\x1b\x02")
                             << false << qint64(2) << qint64(1) << true << "none readable";
 
-    // Cut inside the last line's second group, and cut right before the last line feed.
+    // Cut inside the last line's second group.
     const QByteArray full = validLog(20);
     QTest::newRow("cut in a value group")
         << full.left(full.lastIndexOf(';')) << true << qint64(0) << qint64(0) << true << "middle of a line";
-    QTest::newRow("last line feed missing")
-        << full.left(full.size() - 1) << true << qint64(0) << qint64(0) << true << "middle of a line";
 
     // Line 5 + 10 replaced by garbage, line 5 + 12 by a value line with a partial group.
     QList<QByteArray> lines = full.split('\n');
@@ -488,34 +359,16 @@ void tst_LogFileLoader::unreadableFiles()
     // Through the store's reader: refused with the reason, or read with a warning naming the file.
     QTemporaryDir dir;
     const QString path = dir.filePath(QStringLiteral("flight.log"));
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly));
-    QCOMPARE(f.write(bytes), qint64(bytes.size()));
-    f.close();
+    QVERIFY(writeFile(path, bytes));
     TelemetryDataPackage p;
     QString error;
     QString warning = QStringLiteral("stale");
     QCOMPARE(TelemetryData::readFile(path, &p, nullptr, &error, {}, &warning), ok);
-    if (!ok) {
-        QVERIFY2(error.startsWith(path + QLatin1String(": ")), qPrintable(error));
-        QVERIFY2(error.contains(message), qPrintable(error));
+    if (!ok)
         QVERIFY(warning.isEmpty());
-    } else if (message.isEmpty()) {
-        QVERIFY2(warning.isEmpty(), qPrintable(warning));
-    } else {
-        QVERIFY2(warning.startsWith(path + QLatin1String(": ")), qPrintable(warning));
-        QVERIFY2(warning.contains(message), qPrintable(warning));
-    }
-
-    // The store keeps what it showed when a file is refused, and says the same.
-    TelemetryData store;
-    const QString good = dir.filePath(QStringLiteral("good.log"));
-    QVERIFY(writeFile(good, "# kept\n" + validLog(3).mid(int(qstrlen("# flight\n")))));
-    QCOMPARE(store.loadFile(good), 1);
-    QString loadWarning;
-    QCOMPARE(store.loadFile(path, &loadWarning), ok ? 1 : 0);
-    QCOMPARE(store.package().name(), ok ? QStringLiteral("flight") : QStringLiteral("kept"));
-    QCOMPARE(ok ? loadWarning : store.lastError(), ok ? warning : error);
+    const QString said = ok ? warning : error;
+    QVERIFY2(message.isEmpty() ? said.isEmpty() : said.startsWith(path + ": ") && said.contains(message),
+             qPrintable(said));
 }
 
 QTEST_MAIN(tst_LogFileLoader)

@@ -2,9 +2,9 @@
 #include "telemetry/TelemetryVar.h"
 #include "tests/support/TestSamples.h"
 
-#include <QRandomGenerator>
 #include <QtTest>
 
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -43,39 +43,14 @@ class tst_TableSampler : public QObject
 {
     Q_OBJECT
 private slots:
-    void modeFromSwitches_data();
-    void modeFromSwitches();
     void rowsCovered_data();
     void rowsCovered();
     void valuesByMode_data();
     void valuesByMode();
-    void sameRulesAsTheStore_data();
-    void sameRulesAsTheStore();
     void rowOnAnUnrepresentableSecond();
-    void headerShowsConvertedUnit();
-    void shorterColumnEndsEmpty();
     void rowsReadOutOfOrder();
-    void missingVariableIsAnEmptyColumn();
+    void shortAndMissingColumnsEndEmpty();
 };
-
-void tst_TableSampler::modeFromSwitches_data()
-{
-    QTest::addColumn<bool>("smooth");
-    QTest::addColumn<bool>("valid");
-    QTest::addColumn<int>("mode");
-    QTest::newRow("neither holds") << false << false << int(TelemetryVar::Hold);
-    QTest::newRow("valid keeps gaps") << false << true << int(TelemetryVar::HoldWithGapLimit);
-    QTest::newRow("smooth") << true << false << int(TelemetryVar::Linear);
-    QTest::newRow("smooth wins over valid") << true << true << int(TelemetryVar::Linear);
-}
-
-void tst_TableSampler::modeFromSwitches()
-{
-    QFETCH(bool, smooth);
-    QFETCH(bool, valid);
-    QFETCH(int, mode);
-    QCOMPARE(TableSampler::modeFor(smooth, valid), mode);
-}
 
 void tst_TableSampler::rowsCovered_data()
 {
@@ -117,13 +92,9 @@ void tst_TableSampler::valuesByMode_data()
         << second << 250 << int(TelemetryVar::Linear) << QVector<double>{10, 12.5, 15, 17.5, 20};
     QTest::newRow("hold, 1 s apart") << second << 250 << int(TelemetryVar::Hold)
                                      << QVector<double>{10, 10, 10, 10, 20};
-    QTest::newRow("gap limit, 1 s apart is no gap")
-        << second << 250 << int(TelemetryVar::HoldWithGapLimit) << QVector<double>{10, 10, 10, 10, 20};
     const Samples gap = {sample(0, 10), sample(2000, 20)};
     QTest::newRow("gap limit, 2 s apart is a gap")
         << gap << 500 << int(TelemetryVar::HoldWithGapLimit) << QVector<double>{10, nan, nan, nan, 20};
-    QTest::newRow("hold bridges the gap")
-        << gap << 500 << int(TelemetryVar::Hold) << QVector<double>{10, 10, 10, 10, 20};
     const Samples limit = {sample(0, 10), sample(1500, 20), sample(3001, 30)};
     QTest::newRow("1500 ms is no gap, 1501 is") << limit << 500 << int(TelemetryVar::HoldWithGapLimit)
                                                 << QVector<double>{10, 10, 10, 20, nan, nan, nan, 30};
@@ -133,9 +104,6 @@ void tst_TableSampler::valuesByMode_data()
     QTest::newRow("empty before the first sample")
         << Samples{sample(250, 5), sample(500, 6)} << 100 << int(TelemetryVar::Hold)
         << QVector<double>{nan, nan, nan, 5, 5, 6};
-    QTest::newRow("decimals") << Samples{sample(0, 123, 1), sample(100, 456, 2)} << 50
-                              << int(TelemetryVar::Linear)
-                              << QVector<double>{12.3, 12.3 + (4.56 - 12.3) * 0.5, 4.56};
     QTest::newRow("equal timestamps: the later sample")
         << Samples{sample(0, 1), sample(100, 2), sample(100, 3), sample(200, 4)} << 100
         << int(TelemetryVar::Hold) << QVector<double>{1, 3, 4};
@@ -158,53 +126,6 @@ void tst_TableSampler::valuesByMode()
     }
 }
 
-// The table must show what the store's own value-at-time gives, at every time it can be asked for
-// exactly in seconds; a random flight with irregular steps, gaps and repeated timestamps.
-void tst_TableSampler::sameRulesAsTheStore_data()
-{
-    QTest::addColumn<int>("mode");
-    QTest::addColumn<int>("period");
-    for (int mode :
-         {int(TelemetryVar::Linear), int(TelemetryVar::Hold), int(TelemetryVar::HoldWithGapLimit)}) {
-        for (int period : {1, 10, 100, 250, 1000}) {
-            QTest::addRow("mode %d, period %d", mode, period) << mode << period;
-        }
-    }
-}
-
-void tst_TableSampler::sameRulesAsTheStore()
-{
-    QFETCH(int, mode);
-    QFETCH(int, period);
-    QRandomGenerator random(20260 + quint32(mode) * 7 + quint32(period));
-    Samples samples;
-    qint32 t = qint32(random.bounded(300));
-    for (int i = 0; i < 4000; ++i) {
-        samples.append(sample(t, qint32(random.bounded(-5000, 5000)), quint32(random.bounded(3))));
-        const int r = random.bounded(100);
-        t += r < 5 ? 0 : r < 10 ? 1500 + random.bounded(2) : r < 12 ? 3000 : random.bounded(1, 200);
-    }
-    const TelemetryVar var = makeVar(samples);
-    TableSampler sampler(period, mode);
-    sampler.addColumn(var);
-    const QVector<double> got = column(sampler);
-    int compared = 0;
-    for (int r = 0; r < got.size(); ++r) {
-        const qint64 ms = qint64(r) * period;
-        const double seconds = ms / 1000.0;
-        if (seconds * 1000.0 != double(ms))
-            continue;
-        ++compared;
-        const double expected = var.valueAtTime(seconds, mode);
-        if (!same(got[r], expected))
-            QFAIL(qPrintable(
-                QStringLiteral("at %1 ms: %2, the store says %3").arg(ms).arg(got[r]).arg(expected)));
-    }
-    QVERIFY(compared > got.size() / 2);
-}
-
-// 1001 ms has no exact double in seconds; asking a hair early would give the sample before the one on
-// the row.
 // 1001 ms has no exact double in seconds; asking a hair early would give the sample before the one on
 // the row. In every mode (the next sample is far away, but a row exactly on a sample shows it).
 void tst_TableSampler::rowOnAnUnrepresentableSecond()
@@ -217,39 +138,6 @@ void tst_TableSampler::rowOnAnUnrepresentableSecond()
         sampler.addColumn(var);
         QCOMPARE(column(sampler).at(1), 7.0);
     }
-}
-
-void tst_TableSampler::headerShowsConvertedUnit()
-{
-    TelemetryVar speed =
-        makeVar({sample(0, 10), sample(1000, 20)}, QStringLiteral("Speed"), QStringLiteral("m/s"));
-    speed.setUnitTarget(1);
-    TelemetryVar temperature =
-        makeVar({sample(0, 20)}, QStringLiteral("Teplota"), QString::fromUtf8("\u00B0C"));
-    temperature.setUnitTarget(1);
-    TableSampler sampler(1000, TelemetryVar::Hold);
-    sampler.addColumn(speed);
-    sampler.addColumn(temperature);
-    QCOMPARE(sampler.columnHeader(0), QStringLiteral("Speed [km/h]"));
-    QCOMPARE(sampler.columnHeader(1), QString::fromUtf8("Teplota [\u00B0F]"));
-    double row[2];
-    sampler.readRow(0, row);
-    QCOMPARE(row[0], 36.0);
-    QCOMPARE(row[1], 68.0);
-}
-
-void tst_TableSampler::shorterColumnEndsEmpty()
-{
-    const TelemetryVar longer = makeVar({sample(0, 1), sample(3000, 2)});
-    const TelemetryVar shorter = makeVar({sample(0, 5), sample(1000, 6)});
-    TableSampler sampler(1000, TelemetryVar::Hold);
-    sampler.addColumn(longer);
-    sampler.addColumn(shorter);
-    QCOMPARE(sampler.tableRows(), qint64(4));
-    const QVector<double> second = column(sampler, 1);
-    QCOMPARE(second.at(1), 6.0);
-    QVERIFY(std::isnan(second.at(2)));
-    QVERIFY(std::isnan(second.at(3)));
 }
 
 void tst_TableSampler::rowsReadOutOfOrder()
@@ -270,18 +158,22 @@ void tst_TableSampler::rowsReadOutOfOrder()
     }
 }
 
-void tst_TableSampler::missingVariableIsAnEmptyColumn()
+// The longest column sets the rows; a shorter one ends empty, a missing variable stays empty.
+void tst_TableSampler::shortAndMissingColumnsEndEmpty()
 {
-    const TelemetryVar var = makeVar({sample(0, 1), sample(500, 2)});
-    TableSampler sampler(100, TelemetryVar::Hold);
+    const TelemetryVar longer = makeVar({sample(0, 1), sample(3000, 2)});
+    const TelemetryVar short_ = makeVar({sample(0, 5), sample(1000, 6)});
+    TableSampler sampler(1000, TelemetryVar::Hold);
+    sampler.addColumn(longer);
     sampler.addColumn(nullptr, QStringLiteral("65539:9"));
-    sampler.addColumn(var);
-    QCOMPARE(sampler.tableColumns(), 2);
-    QCOMPARE(sampler.tableRows(), qint64(6));
-    double row[2];
-    sampler.readRow(5, row);
-    QVERIFY(std::isnan(row[0]));
-    QCOMPARE(row[1], 2.0);
+    sampler.addColumn(short_);
+    QCOMPARE(sampler.tableColumns(), 3);
+    QCOMPARE(sampler.tableRows(), qint64(4));
+    const QVector<double> missing = column(sampler, 1);
+    const QVector<double> shorter = column(sampler, 2);
+    QVERIFY(std::all_of(missing.begin(), missing.end(), [](double v) { return std::isnan(v); }));
+    QCOMPARE(shorter.at(1), 6.0);
+    QVERIFY(std::isnan(shorter.at(2)) && std::isnan(shorter.at(3)));
 }
 
 QTEST_GUILESS_MAIN(tst_TableSampler)

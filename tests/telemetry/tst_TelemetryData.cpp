@@ -35,15 +35,13 @@ class tst_TelemetryData : public QObject
     Q_OBJECT
 private slots:
     void metaObjectOrder();
-    void loadByExtension_data();
-    void loadByExtension();
     void loadSignalsAndNaming();
     void refusedFilesKeepTheCurrentData();
     void setUnitPersists();
     void removeBeforeAndAfter();
     void undoLastCut_data();
     void undoLastCut();
-    void liveSamplesArriveInBatches();
+    void liveSamplesBeforeTheDeviceIsNamed();
 };
 
 void tst_TelemetryData::metaObjectOrder()
@@ -57,28 +55,6 @@ void tst_TelemetryData::metaObjectOrder()
                             "logFileLoaded loadingStarted loadingFinished undoCutAvailable "
                             "clearSensors setLogging stopLogging updateTimestamps setUnit "
                             "removeDataBeforeTimestamp removeDataAfterTimestamp undoCut forgetUndo"));
-}
-
-void tst_TelemetryData::loadByExtension_data()
-{
-    QTest::addColumn<QString>("name");
-    QTest::addColumn<int>("result");
-    QTest::newRow("log") << "a.log" << 1;
-    QTest::newRow("upper-case LOG") << "b.LOG" << 1;
-    QTest::newRow("log inside the name only") << "e.log.bak" << 0;
-}
-
-void tst_TelemetryData::loadByExtension()
-{
-    QFETCH(QString, name);
-    QFETCH(int, result);
-    QTemporaryDir dir;
-    const QString path = writeFile(dir, name, kLog);
-    TelemetryData store;
-    QCOMPARE(store.loadFile(path), result);
-    QCOMPARE(store.sensors()->size(), result);
-    if (!result)
-        QVERIFY(store.lastError().contains(path));
 }
 
 void tst_TelemetryData::loadSignalsAndNaming()
@@ -192,9 +168,9 @@ void tst_TelemetryData::undoLastCut()
     const auto times = [&store] {
         QVector<qint32> list;
         const TelemetrySensor *device = store.package().device(kDev);
-        const TelemetryVar *var = device ? device->var(1) : nullptr;
-        for (int i = 0; var && i < var->count(); ++i)
-            list << var->values().at(i).timestamp;
+        for (const TelemetryValue &v :
+             device && device->var(1) ? device->var(1)->values() : QVector<TelemetryValue>())
+            list << v.timestamp;
         return list;
     };
 
@@ -231,25 +207,17 @@ void tst_TelemetryData::undoLastCut()
         QCOMPARE(store.package().messages().size(), 1);
 }
 
-void tst_TelemetryData::liveSamplesArriveInBatches()
+void tst_TelemetryData::liveSamplesBeforeTheDeviceIsNamed()
 {
     TelemetryData store;
-    QSignalSpy added(&store, &TelemetryData::valueAdded);
     store.describeSensor(kDev, 0, QStringLiteral("Rx"), QString());
-    store.describeSensor(kDev, 3, QStringLiteral("Volt"), QStringLiteral("V"));
-    QVector<TelemetrySample> batch;
-    for (int i = 0; i < 100; ++i)
-        batch << TelemetrySample{kDev, 3, raw(1, 0, i, 10 * (i + 1))};
-    store.appendSamples(batch);
-    store.appendSamples({});
-    QCOMPARE(added.count(), 1);
-    QCOMPARE(store.package().device(kDev)->var(3)->count(), 100);
-    QCOMPARE(store.package().firstTimestamp(), 10);
-    // Reloading replaces the package; live appends then go to the new one.
     store.clearSensors();
+    // A parameter described before its device: the device is named later.
     store.describeSensor(kDev, 3, QStringLiteral("Volt"), QStringLiteral("V"));
-    store.appendSamples(batch.mid(0, 5));
-    QCOMPARE(store.package().device(kDev)->var(3)->count(), 5);
+    store.appendSamples(
+        {TelemetrySample{kDev, 3, raw(1, 0, 7, 10)}, TelemetrySample{kDev, 3, raw(1, 0, 8, 20)}});
+    QCOMPARE(store.package().device(kDev)->var(3)->count(), 2);
+    QCOMPARE(store.package().firstTimestamp(), 10);
     QCOMPARE(store.package().device(kDev)->name(), QStringLiteral("Sensor"));
     store.describeSensor(kDev, 0, QStringLiteral("Receiver"), QString());
     QCOMPARE(store.package().device(kDev)->name(), QStringLiteral("Receiver"));

@@ -20,10 +20,8 @@ void tst_TelemetryFormat::duration_data()
     };
     row("zero", 0, "0:00:00.000", "00:00:00");
     row("just under a second", 999, "0:00:00.999", "00:00:00");
-    row("just under a minute", 59999, "0:00:59.999", "00:00:59");
     row("an hour", 3600000, "1:00:00.000", "01:00:00");
     row("past a day", 90061001, "25:01:01.001", "25:01:01"); // hours do not wrap at a day
-    row("a hundred hours", 360000000, "100:00:00.000", "100:00:00");
 }
 
 void tst_TelemetryFormat::duration()
