@@ -8,9 +8,13 @@
 #include "widgets/layout/WidgetManager.h"
 #include "widgets/layout/WindowHub.h"
 
+#include <QAction>
 #include <QCoreApplication>
+#include <QDropEvent>
 #include <QEvent>
 #include <QList>
+#include <QMenu>
+#include <QMimeData>
 
 #include <memory>
 
@@ -79,4 +83,37 @@ inline QByteArray leafJson(const QByteArray &window, int size = 100)
 inline QByteArray layoutJson(const QByteArray &mainContainer, const QByteArray &floating = "[]")
 {
     return R"({"Main-Container":)" + mainContainer + R"(,"Container":)" + floating + "}";
+}
+
+// A menu's entries by their text, separators as "-".
+inline QStringList menuTexts(const QMenu *menu)
+{
+    QStringList texts;
+    for (const QAction *a : menu->actions())
+        texts << (a->isSeparator() ? QStringLiteral("-") : a->text());
+    return texts;
+}
+
+// The first entry whose text starts with prefix.
+inline QAction *menuEntry(const QMenu *menu, const QString &prefix)
+{
+    for (QAction *a : menu->actions()) {
+        if (!a->isSeparator() && a->text().startsWith(prefix))
+            return a;
+    }
+    return nullptr;
+}
+
+// Drags data onto the window's centre and drops it there when the window takes it; false when refused.
+// Takes the data.
+inline bool dropOn(QWidget *window, QMimeData *data)
+{
+    const std::unique_ptr<QMimeData> owned(data);
+    const QPoint at = window->rect().center();
+    QDragEnterEvent enter(at, Qt::CopyAction, data, Qt::LeftButton, Qt::NoModifier);
+    QCoreApplication::sendEvent(window, &enter);
+    QDropEvent drop(at, Qt::CopyAction, data, Qt::LeftButton, Qt::NoModifier);
+    if (enter.isAccepted())
+        QCoreApplication::sendEvent(window, &drop);
+    return enter.isAccepted();
 }

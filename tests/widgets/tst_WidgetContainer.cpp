@@ -5,13 +5,13 @@
 #include "widgets/layout/WidgetPlaceholder.h"
 #include "widgets/layout/WindowTypes.h"
 
-#include <QAction>
 #include <QMainWindow>
-#include <QMenu>
 #include <QSignalSpy>
 #include <QtTest>
 
-// A data window that records what reaches it; its slots and signals carry the names of the real ones.
+// A data window that records what reaches it, with wiring of its own as a graph and as a table, so the
+// manager's part can be watched: which wiring runs for which type, and what a replaced window no longer
+// hears.
 class FakeWindow : public QWidget, public SerializableWidget
 {
     Q_OBJECT
@@ -26,77 +26,54 @@ public:
         writer.writeString(QStringLiteral("Type"), QStringLiteral("Graph"));
         return 0;
     }
+    bool addVariable(const TelemetryVar *variable) override
+    {
+        addData(variable);
+        return true;
+    }
+
+    static inline QList<FakeWindow *> made; // by the factory below, in order
+    static QWidget *make(WidgetManager *)
+    {
+        made << new FakeWindow;
+        return made.last();
+    }
 
     QStringList calls;
     QByteArray loaded;
     const TelemetryVar *added = nullptr;
-    const QVector<TelemetrySensor> *sensors = nullptr;
 
-public slots:
     void addData(const TelemetryVar *variable)
     {
         added = variable;
         calls << "addData";
-    }
-    void setLogging(bool on) { calls << QStringLiteral("setLogging %1").arg(on); }
-    void sensorsUpdated(const QVector<TelemetrySensor> *data)
-    {
-        sensors = data;
-        calls << "sensorsUpdated";
     }
     void logFileLoaded() { calls << "logFileLoaded"; }
     void externalTimestampMoved(long time, bool flag)
     {
         calls << QStringLiteral("externalTimestampMoved %1 %2").arg(time).arg(flag);
     }
-    void dataUpdated(const QVector<TelemetrySensor> *) { calls << "dataUpdated"; }
 
-public:
-    bool addVariable(const TelemetryVar *variable) override
-    {
-        addData(variable);
-        return true;
-    }
-    // Stand-ins for a graph's and a table's wiring, so the manager's part can be watched: which wiring
-    // runs for which type, and what a replaced window no longer hears.
     static void wireAsGraph(FakeWindow *w, WindowHub *hub, TelemetryData *store)
     {
         connect(hub, &WindowHub::addSensorRequest, w, &FakeWindow::addData);
-        connect(hub, &WindowHub::setLogStatusRequest, w, &FakeWindow::setLogging);
-        connect(hub, &WindowHub::valueAddedRequest, w, &FakeWindow::dataUpdated);
         connect(hub, &WindowHub::logFileLoadedRequest, w, &FakeWindow::logFileLoaded);
         connect(hub, &WindowHub::mouseOverTimestampRequest, w, &FakeWindow::externalTimestampMoved);
-        connect(w, &FakeWindow::mouseOverTimestamp, hub, &WindowHub::mouseOverTimestampMoved);
-        connect(w, &FakeWindow::removeTelemetryBeforeTimestamp, hub,
-                &WindowHub::removeTelemetryBeforeTimestamp);
-        w->sensorsUpdated(store->sensors());
-        w->setLogging(store->isLogging());
+        w->calls << QStringLiteral("wired as a graph, logging %1").arg(store->isLogging());
     }
     static void wireAsTable(FakeWindow *w, WindowHub *hub, TelemetryData *)
     {
         connect(hub, &WindowHub::addSensorRequest, w, &FakeWindow::addData);
-        connect(hub, &WindowHub::valueAddedRequest, w, &FakeWindow::dataUpdated);
     }
 
 signals:
     void gotFocus();
-    void mouseOverTimestamp(long time, bool flag);
-    void removeTelemetryBeforeTimestamp(long time);
 };
 
 namespace {
-QAction *entry(QMenu *menu, const QString &text)
-{
-    for (QAction *a : menu->actions()) {
-        if (a->text() == text)
-            return a;
-    }
-    return nullptr;
-}
-
 QAction *typeEntry(QMenu *menu, const QString &submenu, int code)
 {
-    QAction *sub = entry(menu, submenu);
+    QAction *sub = menuEntry(menu, submenu);
     return sub && sub->menu() ? sub->menu()->actions().value(code) : nullptr;
 }
 
@@ -121,11 +98,9 @@ private slots:
     void menuEnabledRules();
     void splittingALeaf_data();
     void splittingALeaf();
-    void addingToASplitAppends();
     void removeRules_data();
     void removeRules();
     void undockMovesTheLeafIntoAFloatingWindow();
-    void undockIsRefusedWhereRemoveIs();
     void setWindowTypeReplacesTheWindow();
     void copyAndPasteProperties();
     void registeredTypesAreConnectedByType();
@@ -138,17 +113,15 @@ void tst_WidgetContainer::menuHasItsEntries()
     LayoutFixture f;
     f.root()->createWidget(WindowTypes::Graph);
     std::unique_ptr<QMenu> menu(f.root()->createMenu(nullptr));
-    QStringList texts;
-    for (QAction *a : menu->actions())
-        texts << (a->isSeparator() ? QStringLiteral("-") : a->text());
-    QCOMPARE(texts, QStringList({"Set window type", "Add window horizontally", "Add window vertically",
-                                 "Undock window", "-", "Copy window properties", "Paste window properties",
-                                 "-", "Remove window"}));
+    QCOMPARE(
+        menuTexts(menu.get()),
+        QStringList({"Set window type", "Add window horizontally", "Add window vertically", "Undock window",
+                     "-", "Copy window properties", "Paste window properties", "-", "Remove window"}));
     const QStringList titles = {"Model selection",     "Chart",           "GPS map",
                                 "Available telemetry", "Device Explorer", "Vexo RSS reader",
                                 "Actual values",       "Data table",      "Dial"};
     for (const char *sub : {"Set window type", "Add window horizontally", "Add window vertically"}) {
-        const QList<QAction *> types = entry(menu.get(), sub)->menu()->actions();
+        const QList<QAction *> types = menuEntry(menu.get(), sub)->menu()->actions();
         QCOMPARE(types.size(), 9);
         int withIcon = 0;
         for (int code = 0; code < 9; ++code) {
@@ -159,8 +132,8 @@ void tst_WidgetContainer::menuHasItsEntries()
         }
         QCOMPARE(withIcon, 8);
     }
-    QVERIFY(!entry(menu.get(), "Copy window properties")->icon().pixmap(16, 16).isNull());
-    QVERIFY(!entry(menu.get(), "Paste window properties")->icon().pixmap(16, 16).isNull());
+    QVERIFY(!menuEntry(menu.get(), "Copy window properties")->icon().pixmap(16, 16).isNull());
+    QVERIFY(!menuEntry(menu.get(), "Paste window properties")->icon().pixmap(16, 16).isNull());
 }
 
 void tst_WidgetContainer::menuEnabledRules_data()
@@ -171,8 +144,6 @@ void tst_WidgetContainer::menuEnabledRules_data()
     QTest::addColumn<bool>("paste");
     QTest::addColumn<bool>("remove");
     QTest::newRow("single root leaf") << false << false << false << false << false;
-    QTest::newRow("root leaf, clipboard filled") << false << true << false << true << false;
-    QTest::newRow("child leaf") << true << false << true << false << true;
     QTest::newRow("child leaf, clipboard filled") << true << true << true << true << true;
 }
 
@@ -189,10 +160,9 @@ void tst_WidgetContainer::menuEnabledRules()
     if (clipboard)
         leavesOf(f.root()).at(0)->copyWindowProperties();
     std::unique_ptr<QMenu> menu(leavesOf(f.root()).at(0)->createMenu(nullptr));
-    QCOMPARE(entry(menu.get(), "Undock window")->isEnabled(), undock);
-    QCOMPARE(entry(menu.get(), "Paste window properties")->isEnabled(), paste);
-    QCOMPARE(entry(menu.get(), "Remove window")->isEnabled(), remove);
-    QVERIFY(entry(menu.get(), "Copy window properties")->isEnabled());
+    QCOMPARE(menuEntry(menu.get(), "Undock window")->isEnabled(), undock);
+    QCOMPARE(menuEntry(menu.get(), "Paste window properties")->isEnabled(), paste);
+    QCOMPARE(menuEntry(menu.get(), "Remove window")->isEnabled(), remove);
 }
 
 void tst_WidgetContainer::splittingALeaf_data()
@@ -220,30 +190,17 @@ void tst_WidgetContainer::splittingALeaf()
     QCOMPARE(children.size(), 2);
     // The existing window moves, settings and all, into the first child; the new one fills the second.
     QCOMPARE(children.at(0)->dataWindow(), graph);
-    QCOMPARE(children.at(0)->title(), QStringLiteral("Chart"));
     QCOMPARE(children.at(0)->parentContainer(), f.root());
-    QCOMPARE(children.at(1)->windowType(), int(WindowTypes::Dial));
-    QCOMPARE(children.at(1)->title(), QStringLiteral("Dial"));
+    QCOMPARE((QStringList{children.at(0)->title(), children.at(1)->title()}), (QStringList{"Chart", "Dial"}));
     QVERIFY(children.at(1)->isTitleBarVisible());
     QCOMPARE(f.manager->activeWidget(), children.at(1)->dataWindow());
     QCOMPARE(f.manager->widgets().size(), 2);
 
     const LayoutJsonValue saved = parsed(f.manager->saveLayout()).value("Main-Container");
     QCOMPARE(saved.value("Vertical").toInt(), orientation == Qt::Vertical ? 1 : 0);
-    QCOMPARE(saved.value("Items").size(), 2);
     QCOMPARE(saved.value("Sizes").size(), 2);
     QCOMPARE(saved.value("Items").at(0).value("Items").at(0).text(), kGraph);
     QCOMPARE(saved.value("Items").at(1).value("Items").at(0).text(), QByteArray(R"({"Type":"Dial"})"));
-}
-
-void tst_WidgetContainer::addingToASplitAppends()
-{
-    LayoutFixture f;
-    QVERIFY(f.load(layoutJson(splitJson("1", {leafJson(kGraph), leafJson(kDial)}))));
-    f.root()->addWindow(Qt::Horizontal, WindowTypes::RSS);
-    QCOMPARE(f.root()->orientation(), Qt::Vertical);
-    QCOMPARE(f.root()->childContainers().size(), 3);
-    QCOMPARE(f.root()->childContainers().at(2)->title(), QStringLiteral("Vexo RSS reader"));
 }
 
 void tst_WidgetContainer::removeRules_data()
@@ -279,7 +236,7 @@ void tst_WidgetContainer::removeRules()
     const int windows = f.manager->widgets().size();
 
     std::unique_ptr<QMenu> menu(leaf->createMenu(nullptr));
-    if (QAction *remove = entry(menu.get(), "Remove window"); remove->isEnabled())
+    if (QAction *remove = menuEntry(menu.get(), "Remove window"); remove->isEnabled())
         remove->trigger();
     else
         QCOMPARE(leaf->removeWindow(), false);
@@ -295,11 +252,8 @@ void tst_WidgetContainer::removeRules()
     QCOMPARE(f.manager->saveLayout(), layoutJson(after));
     for (WidgetContainer *child : f.root()->childContainers())
         QCOMPARE(child->parentContainer(), f.root());
-    if (f.root()->isLeaf()) {
-        QVERIFY(f.root()->isTitleBarVisible());
-        QCOMPARE(f.root()->title(), QStringLiteral("Dial"));
-        QCOMPARE(f.root()->windowType(), int(WindowTypes::Dial));
-    }
+    if (f.root()->isLeaf())
+        QVERIFY(f.root()->isTitleBarVisible() && f.root()->title() == QStringLiteral("Dial"));
 }
 
 void tst_WidgetContainer::undockMovesTheLeafIntoAFloatingWindow()
@@ -309,40 +263,26 @@ void tst_WidgetContainer::undockMovesTheLeafIntoAFloatingWindow()
     WidgetContainer *leaf = leavesOf(f.root()).at(1);
     QWidget *dial = leaf->dataWindow();
     std::unique_ptr<QMenu> menu(leaf->createMenu(nullptr));
-    entry(menu.get(), "Undock window")->trigger();
+    menuEntry(menu.get(), "Undock window")->trigger();
     LayoutFixture::flush();
 
     const QList<QMainWindow *> floating = f.manager->dataWindows();
     QCOMPARE(floating.size(), 1);
-    QCOMPARE(floating.at(0)->objectName(), QStringLiteral("DataWindow"));
-    QCOMPARE(floating.at(0)->windowTitle(), QStringLiteral("Vexo Studio: Data Window"));
-    QCOMPARE(floating.at(0)->centralWidget(), leaf);
-    QVERIFY(floating.at(0)->isVisible());
-    QCOMPARE(leaf->parentContainer(), nullptr);
-    QCOMPARE(leaf->dataWindow(), dial);
-    QVERIFY(f.manager->widgets().contains(dial));
-    QVERIFY(f.root()->isLeaf());
-    QCOMPARE(f.root()->title(), QStringLiteral("Chart"));
+    QCOMPARE(floating.at(0)->objectName() + '|' + floating.at(0)->windowTitle(),
+             QStringLiteral("DataWindow|Vexo Studio: Data Window"));
+    QVERIFY(floating.at(0)->centralWidget() == leaf && floating.at(0)->isVisible() &&
+            !leaf->parentContainer());
+    QVERIFY(leaf->dataWindow() == dial && f.manager->widgets().contains(dial));
+    QVERIFY(f.root()->isLeaf() && f.root()->title() == QStringLiteral("Chart"));
 
     // The floating root can be neither undocked nor removed.
     std::unique_ptr<QMenu> floatingMenu(leaf->createMenu(nullptr));
-    QVERIFY(!entry(floatingMenu.get(), "Undock window")->isEnabled());
-    QVERIFY(!entry(floatingMenu.get(), "Remove window")->isEnabled());
+    QVERIFY(!menuEntry(floatingMenu.get(), "Undock window")->isEnabled());
+    QVERIFY(!menuEntry(floatingMenu.get(), "Remove window")->isEnabled());
 
     const LayoutJsonValue saved = parsed(f.manager->saveLayout());
     QCOMPARE(saved.value("Container").size(), 1);
     QCOMPARE(saved.value("Container").at(0).value("Container-Data").value("Items").at(0).text(), kDial);
-}
-
-void tst_WidgetContainer::undockIsRefusedWhereRemoveIs()
-{
-    LayoutFixture f;
-    QVERIFY(f.load(layoutJson(splitJson("0", {leafJson(kGraph), leafJson(kDial), leafJson(kGraph)}))));
-    const QByteArray before = f.manager->saveLayout();
-    QCOMPARE(leavesOf(f.root()).at(0)->undock(), nullptr);
-    QCOMPARE(f.root()->undock(), nullptr);
-    QVERIFY(f.manager->dataWindows().isEmpty());
-    QCOMPARE(f.manager->saveLayout(), before);
 }
 
 void tst_WidgetContainer::setWindowTypeReplacesTheWindow()
@@ -365,72 +305,50 @@ void tst_WidgetContainer::copyAndPasteProperties()
     QVERIFY(f.load(
         layoutJson(splitJson("0", {leafJson(kDial), leafJson(R"({"Type":"Dial"})"), leafJson(kGraph)}))));
     const QList<WidgetContainer *> leaves = leavesOf(f.root());
+    const auto text = [&](int i) {
+        return qobject_cast<WidgetPlaceholder *>(leaves.at(i)->dataWindow())->objectText();
+    };
     QVERIFY(!f.manager->hasClipboard());
     std::unique_ptr<QMenu> menu(leaves.at(0)->createMenu(nullptr));
-    entry(menu.get(), "Copy window properties")->trigger();
+    menuEntry(menu.get(), "Copy window properties")->trigger();
     QCOMPARE(f.manager->clipboard(), kDial);
 
     std::unique_ptr<QMenu> second(leaves.at(1)->createMenu(nullptr));
-    entry(second.get(), "Paste window properties")->trigger();
-    QCOMPARE(qobject_cast<WidgetPlaceholder *>(leaves.at(1)->dataWindow())->objectText(), kDial);
+    menuEntry(second.get(), "Paste window properties")->trigger();
+    QCOMPARE(text(1), kDial);
 
     // A dial's settings would turn a graph into a dial: refused.
     QVERIFY(!leaves.at(2)->pasteWindowProperties());
-    QCOMPARE(qobject_cast<WidgetPlaceholder *>(leaves.at(2)->dataWindow())->objectText(), kGraph);
+    QCOMPARE(text(2), kGraph);
     // So is a clipboard that is not an object.
     f.manager->setClipboard("{\"Type\":");
     QVERIFY(!leaves.at(1)->pasteWindowProperties());
-    QCOMPARE(qobject_cast<WidgetPlaceholder *>(leaves.at(1)->dataWindow())->objectText(), kDial);
+    QCOMPARE(text(1), kDial);
 }
 
 void tst_WidgetContainer::registeredTypesAreConnectedByType()
 {
     LayoutFixture f;
-    QList<FakeWindow *> made;
-    const auto factory = [&made](WidgetManager *) {
-        auto *w = new FakeWindow;
-        made << w;
-        return w;
-    };
-    // The same class stands for a graph and a data table: the table is not told the logging state.
-    f.manager->registerWindow(QStringLiteral("graph"), factory, &FakeWindow::wireAsGraph);
-    f.manager->registerWindow(QStringLiteral("DATATABLE"), factory, &FakeWindow::wireAsTable);
+    QList<FakeWindow *> &made = FakeWindow::made;
+    made.clear();
+    // The same class stands for a graph and a data table, each type with its own wiring.
+    f.manager->registerWindow(QStringLiteral("graph"), &FakeWindow::make, &FakeWindow::wireAsGraph);
+    f.manager->registerWindow(QStringLiteral("DATATABLE"), &FakeWindow::make, &FakeWindow::wireAsTable);
     QVERIFY(f.load(layoutJson(
         splitJson("0", {leafJson(kGraph), leafJson(R"({"Type":"DataTable"})"), leafJson(kDial)}))));
     QCOMPARE(made.size(), 2);
     FakeWindow *graph = made.at(0);
     FakeWindow *table = made.at(1);
     QCOMPARE(graph->loaded, kGraph);
-    // A new graph is handed the store's sensors and logging state.
-    QCOMPARE(graph->calls, QStringList({"sensorsUpdated", "setLogging 0"}));
-    QCOMPARE(graph->sensors, f.store->sensors());
+    QCOMPARE(graph->calls, QStringList({"wired as a graph, logging 0"}));
     QCOMPARE(table->calls, QStringList());
-
-    TelemetryVar variable;
-    graph->calls.clear();
-    emit f.hub->addSensorRequest(&variable);
-    emit f.hub->setLogStatusRequest(true);
-    emit f.hub->valueAddedRequest(f.store->sensors());
-    emit f.hub->logFileLoadedRequest();
-    emit f.hub->mouseOverTimestampRequest(1500, true);
-    QCOMPARE(graph->calls, QStringList({"addData", "setLogging 1", "dataUpdated", "logFileLoaded",
-                                        "externalTimestampMoved 1500 1"}));
-    QCOMPARE(graph->added, &variable);
-    QCOMPARE(table->calls, QStringList({"addData", "dataUpdated"}));
-
-    QSignalSpy moved(f.hub.get(), &WindowHub::mouseOverTimestampMoved);
-    QSignalSpy before(f.hub.get(), &WindowHub::removeTelemetryBeforeTimestamp);
-    emit graph->mouseOverTimestamp(700, false);
-    emit graph->removeTelemetryBeforeTimestamp(300);
-    emit table->mouseOverTimestamp(800, true);
-    QCOMPARE(moved.size(), 1);
-    QCOMPARE(moved.at(0).at(0).value<long>(), 700L);
-    QCOMPARE(before.size(), 1);
 
     // The playback position moves the shared cursor.
     graph->calls.clear();
     f.manager->setPlaybackTime(4200);
-    QCOMPARE(graph->calls, QStringList({"externalTimestampMoved 4200 1"}));
+    emit f.hub->addSensorRequest(nullptr);
+    QCOMPARE(graph->calls, QStringList({"externalTimestampMoved 4200 1", "addData"}));
+    QCOMPARE(table->calls, QStringList({"addData"}));
 
     // A replaced window hears nothing more, even before it is deleted.
     leavesOf(f.root()).at(0)->setWindowType(WindowTypes::RSS);
@@ -443,14 +361,9 @@ void tst_WidgetContainer::registeredTypesAreConnectedByType()
 void tst_WidgetContainer::focusAndDoubleClickReachTheActiveWindow()
 {
     LayoutFixture f;
-    QList<FakeWindow *> made;
-    f.manager->registerWindow(
-        QStringLiteral("Graph"),
-        [&made](WidgetManager *) {
-            made << new FakeWindow;
-            return made.last();
-        },
-        &FakeWindow::wireAsGraph);
+    QList<FakeWindow *> &made = FakeWindow::made;
+    made.clear();
+    f.manager->registerWindow(QStringLiteral("Graph"), &FakeWindow::make, &FakeWindow::wireAsGraph);
     QVERIFY(f.load(layoutJson(splitJson("0", {leafJson(kGraph), leafJson(kGraph), leafJson(kDial)}))));
     QCOMPARE(made.size(), 2);
     // The last window created is the active one until the user focuses another.
@@ -460,8 +373,7 @@ void tst_WidgetContainer::focusAndDoubleClickReachTheActiveWindow()
     QSignalSpy request(leavesOf(f.root()).at(0), &WidgetContainer::focusUpdateRequest);
     emit made.at(0)->gotFocus();
     QCOMPARE(f.manager->activeWidget(), made.at(0));
-    QCOMPARE(focus.size(), 1);
-    QCOMPARE(request.size(), 1);
+    QVERIFY(focus.size() == 1 && request.size() == 1);
 
     TelemetryVar variable;
     emit f.hub->addSensorToActiveWidget(&variable);

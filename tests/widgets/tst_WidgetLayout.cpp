@@ -3,7 +3,6 @@
 #include "database/DatabaseManager.h"
 #include "database/DefaultLayout.h"
 #include "database/ModelData.h"
-#include "widgets/layout/WidgetPlaceholder.h"
 #include "widgets/layout/WindowTypes.h"
 
 #include <QFile>
@@ -68,11 +67,8 @@ class tst_WidgetLayout : public QObject
 {
     Q_OBJECT
 private slots:
-    void defaultLayoutBuildsItsLeaves();
     void layoutRoundTripsByteForByte_data();
     void layoutRoundTripsByteForByte();
-    void typesAreMatchedWithoutCase_data();
-    void typesAreMatchedWithoutCase();
     void unknownItemsAreSkipped_data();
     void unknownItemsAreSkipped();
     void damagedLayoutKeepsTheCurrentOne_data();
@@ -82,42 +78,9 @@ private slots:
     void layoutFileErrorsAreReported_data();
     void layoutFileErrorsAreReported();
     void modelLayoutIsLoadedAndSaved();
-    void modelLayoutFailuresFallBackToTheDefault_data();
-    void modelLayoutFailuresFallBackToTheDefault();
-    void everyWindowAsksThroughTheManagersPrompter();
     void layoutFileDialogs_data();
     void layoutFileDialogs();
 };
-
-void tst_WidgetLayout::defaultLayoutBuildsItsLeaves()
-{
-    LayoutFixture f;
-    QVERIFY2(f.load(DefaultLayout::document()), qPrintable(f.lastError));
-    const QList<WidgetContainer *> leaves = leavesOf(f.root());
-    QStringList types;
-    QStringList titles;
-    for (WidgetContainer *leaf : leaves) {
-        types << WindowTypes::key(leaf->windowType());
-        titles << leaf->title();
-        QVERIFY(leaf->isTitleBarVisible());
-        QVERIFY(leaf->dataWindow());
-    }
-    QCOMPARE(types, QStringList({"Sensors", "Models", "LXBusDevices", "Graph", "Dial", "Values"}));
-    QCOMPARE(titles, QStringList({"Available telemetry", "Model selection", "Device Explorer", "Chart",
-                                  "Dial", "Actual values"}));
-    QCOMPARE(f.manager->widgets().size(), 6);
-    QVERIFY(!f.root()->isTitleBarVisible());
-    QCOMPARE(f.root()->orientation(), Qt::Horizontal);
-    QCOMPARE(f.root()->childContainers().at(0)->orientation(), Qt::Vertical);
-
-    // The graph keeps messages and grid on, the values window shows the latest values.
-    auto *graph = qobject_cast<WidgetPlaceholder *>(leaves.at(3)->dataWindow());
-    auto *values = qobject_cast<WidgetPlaceholder *>(leaves.at(5)->dataWindow());
-    QVERIFY(graph && values);
-    QCOMPARE(graph->objectText(), QByteArray(R"({"Type":"Graph","ShowMessages":1,"ShowGrid":1})"));
-    QCOMPARE(values->objectText(), QByteArray(R"({"Type":"Values","DisplayLatest":1})"));
-    QVERIFY(f.prompter.asked.isEmpty());
-}
 
 void tst_WidgetLayout::layoutRoundTripsByteForByte_data()
 {
@@ -141,39 +104,6 @@ void tst_WidgetLayout::layoutRoundTripsByteForByte()
     QCOMPARE(f.manager->saveLayout(), layout);
 }
 
-void tst_WidgetLayout::typesAreMatchedWithoutCase_data()
-{
-    QTest::addColumn<QByteArray>("containerType");
-    QTest::addColumn<QByteArray>("windowType");
-    QTest::newRow("lower case") << QByteArray("container") << QByteArray("dial");
-    QTest::newRow("upper case") << QByteArray("CONTAINER") << QByteArray("DIAL");
-    QTest::newRow("mixed case") << QByteArray("conTainer") << QByteArray("dIAl");
-}
-
-void tst_WidgetLayout::typesAreMatchedWithoutCase()
-{
-    QFETCH(QByteArray, containerType);
-    QFETCH(QByteArray, windowType);
-    const QByteArray window = R"({"Type":")" + windowType + R"(","Sensor":7})";
-    const QByteArray leaf = R"({"Type":")" + containerType + R"(","Vertical":0,"Items":[)" + window + "]}";
-    LayoutFixture f;
-    QVERIFY2(f.load(layoutJson(R"({"Type":")" + containerType + R"(","Vertical":1,"Items":[)" + leaf + "," +
-                               leaf + "]}")),
-             qPrintable(f.lastError));
-    const QList<WidgetContainer *> leaves = leavesOf(f.root());
-    QCOMPARE(leaves.size(), 2);
-    QCOMPARE(f.root()->orientation(), Qt::Vertical);
-    for (WidgetContainer *l : leaves) {
-        QCOMPARE(l->windowType(), int(WindowTypes::Dial));
-        QCOMPARE(l->title(), QStringLiteral("Dial"));
-    }
-    // Containers are written in the usual spelling; the window's own object is kept as it came.
-    const QByteArray saved = f.manager->saveLayout();
-    QVERIFY(saved.startsWith(
-        R"({"Main-Container":{"Type":"Container","Vertical":1,"Items":[{"Type":"Container")"));
-    QVERIFY(saved.contains(window));
-}
-
 void tst_WidgetLayout::unknownItemsAreSkipped_data()
 {
     QTest::addColumn<QByteArray>("items");
@@ -181,8 +111,6 @@ void tst_WidgetLayout::unknownItemsAreSkipped_data()
     QTest::addColumn<QByteArray>("expected");
     QTest::newRow("unknown type before") << QByteArray(R"({"Type":"Foo"},{"Type":"Graph"})")
                                          << QByteArray("[10,20]") << leafJson(R"({"Type":"Graph"})", 10);
-    QTest::newRow("unknown type after") << QByteArray(R"({"Type":"Graph"},{"Type":"Foo","Container":1})")
-                                        << QByteArray("[10,20]") << leafJson(R"({"Type":"Graph"})", 10);
     QTest::newRow("no type, no object, odd type")
         << QByteArray(R"(42,{"NoType":1},[1],{"Type":7},null,{"Type":"Graph"})")
         << QByteArray("[1,2,3,4,5,6]") << leafJson(R"({"Type":"Graph"})", 1);
@@ -191,6 +119,13 @@ void tst_WidgetLayout::unknownItemsAreSkipped_data()
         << QByteArray("[5,0,6]")
         << (R"({"Type":"Container","Vertical":0,"Items":[)" + leafJson(R"({"Type":"Dial"})", 5) + "," +
             leafJson(R"({"Type":"RSS"})", 6) + R"(],"Sizes":[5,0]})");
+    // Types match without regard to case; containers are written as usual, a window's object as it came.
+    QTest::newRow("types in any case")
+        << QByteArray(R"({"Type":"conTainer","Vertical":0,"Items":[{"Type":"dIAl","Sensor":7}],"Sizes":[5]},)"
+                      R"({"Type":"container","Vertical":0,"Items":[{"Type":"rss"}],"Sizes":[6]})")
+        << QByteArray("[5,6]")
+        << (R"({"Type":"Container","Vertical":0,"Items":[)" + leafJson(R"({"Type":"dIAl","Sensor":7})", 5) +
+            "," + leafJson(R"({"Type":"rss"})", 6) + R"(],"Sizes":[5,6]})");
 }
 
 void tst_WidgetLayout::unknownItemsAreSkipped()
@@ -210,27 +145,19 @@ void tst_WidgetLayout::damagedLayoutKeepsTheCurrentOne_data()
     QTest::addColumn<QByteArray>("layout");
     const QByteArray dial = leafJson(R"({"Type":"Dial"})");
     QTest::newRow("not JSON") << QByteArray("Main-Container");
-    QTest::newRow("truncated") << DefaultLayout::document().left(300);
-    QTest::newRow("a list") << QByteArray("[]");
     QTest::newRow("no main container") << QByteArray(R"({"Container":[]})");
     QTest::newRow("main container is a window") << layoutJson(R"({"Type":"Graph"})");
-    QTest::newRow("main container without type") << layoutJson(R"({"Vertical":0,"Items":[]})");
-    QTest::newRow("main container is a list") << layoutJson("[]");
     QTest::newRow("items not a list") << layoutJson(R"({"Type":"Container","Items":{"Type":"Dial"}})");
     QTest::newRow("sizes not a list") << layoutJson(R"({"Type":"Container","Items":[],"Sizes":5})");
     QTest::newRow("size not a number") << layoutJson(R"({"Type":"Container","Items":[],"Sizes":["wide"]})");
-    QTest::newRow("negative size") << layoutJson(R"({"Type":"Container","Items":[],"Sizes":[-5]})");
     QTest::newRow("absurd size") << layoutJson(R"({"Type":"Container","Items":[],"Sizes":[1e9]})");
     QTest::newRow("damage deep inside")
         << layoutJson(R"({"Type":"Container","Items":[)" + dial + R"(,{"Type":"Container","Items":[)" + dial +
                       R"(,{"Type":"container","Items":"x"}]}]})");
     QTest::newRow("floating windows not a list") << layoutJson(dial, "{}");
     QTest::newRow("floating window without tree") << layoutJson(dial, R"([{"Width":10,"Height":10}])");
-    QTest::newRow("floating tree is a window") << layoutJson(dial, R"([{"Container-Data":{"Type":"Dial"}}])");
     QTest::newRow("absurd floating width")
         << layoutJson(dial, R"([{"Width":1e7,"Container-Data":)" + dial + "}]");
-    QTest::newRow("absurd floating position")
-        << layoutJson(dial, R"([{"X":-1e6,"Container-Data":)" + dial + "}]");
     QTest::newRow("floating height as text")
         << layoutJson(dial, R"([{"Height":"9","Container-Data":)" + dial + "}]");
     QTest::newRow("containers nested too deep") << layoutJson(nested(33));
@@ -261,17 +188,6 @@ void tst_WidgetLayout::damagedLayoutKeepsTheCurrentOne()
     QCOMPARE(f.manager->saveLayout(), before);
     QCOMPARE(f.manager->widgets(), windows);
     QVERIFY(f.manager->dataWindows().isEmpty());
-
-    // Through the user's import the reason reaches the layout error box.
-    QTemporaryDir dir;
-    const QString path = dir.filePath("damaged.jsn");
-    QVERIFY(writeFile(path, layout));
-    QVERIFY(!f.manager->importLayoutFile(path, nullptr));
-    QVERIFY2(
-        f.prompter.only().startsWith("error|Layout error|<b>Unable to import layout file:</b><ul><li>") &&
-            f.prompter.only().endsWith("</li></ul>"),
-        qPrintable(f.prompter.only()));
-    QCOMPARE(f.manager->saveLayout(), before);
 }
 
 void tst_WidgetLayout::floatingWindowsAreSavedOnlyWhileVisible()
@@ -286,15 +202,13 @@ void tst_WidgetLayout::floatingWindowsAreSavedOnlyWhileVisible()
     QCOMPARE(windows.size(), 1);
     QMainWindow *window = windows.at(0);
     QVERIFY(window->isVisible());
-    QCOMPARE(f.manager->widgets().size(), 2);
 
     const LayoutJsonValue saved = parsed(f.manager->saveLayout());
     const LayoutJsonValue &entry = saved.value("Container").at(0);
     QCOMPARE(saved.value("Container").size(), 1);
-    QCOMPARE(entry.keyAt(0), QStringLiteral("Width"));
-    QCOMPARE(entry.keyAt(4), QStringLiteral("Container-Data"));
-    QCOMPARE(entry.value("Width").toInt(), 400);
-    QCOMPARE(entry.value("Height").toInt(), 300);
+    QCOMPARE((QStringList{entry.keyAt(0), entry.keyAt(1), entry.keyAt(2), entry.keyAt(3), entry.keyAt(4)}),
+             (QStringList{"Width", "Height", "X", "Y", "Container-Data"}));
+    QCOMPARE(QSize(entry.value("Width").toInt(), entry.value("Height").toInt()), QSize(400, 300));
     QCOMPARE(entry.value("Container-Data").value("Items").at(0).text(),
              QByteArray(R"({"Type":"Dial","Sensor":3})"));
 
@@ -318,29 +232,14 @@ void tst_WidgetLayout::layoutFileLeavesOutVariableBindings()
     const QByteArray file = readFile(path);
     QCOMPARE(file, f.manager->saveLayout(SerializableWidget::kForFile));
 
-    const QList<WidgetContainer *> leaves = leavesOf(f.root());
-    QCOMPARE(leaves.size(), 9);
-    const LayoutJsonValue saved = parsed(file);
-    QList<QByteArray> objects;
-    const auto collect = [&objects](const LayoutJsonValue &container, const auto &self) -> void {
-        const LayoutJsonValue &items = container.value("Items");
-        for (int i = 0; i < items.size(); ++i) {
-            if (items.at(i).value("Type").toString() == QLatin1String("Container"))
-                self(items.at(i), self);
-            else
-                objects << items.at(i).text();
-        }
-    };
-    collect(saved.value("Main-Container"), collect);
-    QCOMPARE(objects.size(), 9);
     // The graph keeps its variables; the map, dial, values window and data table lose their bindings.
-    QVERIFY(objects.at(0).contains(R"("Sensors":[[16842753,3,)"));
-    QCOMPARE(objects.at(1),
-             QByteArray(R"({"Type":"Maps","Zoom":15,"Width":512,"Height":400,"posX":-12,"posY":40,)"
-                        R"("MapProvider":1,"MapType":0})"));
-    QCOMPARE(objects.at(2), QByteArray(R"({"Type":"Dial"})"));
-    QCOMPARE(objects.at(3), QByteArray(R"({"Type":"Values","DisplayLatest":0})"));
-    QCOMPARE(objects.at(4), QByteArray(R"({"Type":"DataTable"})"));
+    QVERIFY(file.contains(R"("Items":[{"Type":"Graph","TimeWindow":60,)") &&
+            file.contains(R"("Sensors":[[16842753,3,)"));
+    for (const char *object :
+         {R"({"Type":"Maps","Zoom":15,"Width":512,"Height":400,"posX":-12,"posY":40,)"
+          R"("MapProvider":1,"MapType":0})",
+          R"({"Type":"Dial"})", R"({"Type":"Values","DisplayLatest":0})", R"({"Type":"DataTable"})"})
+        QVERIFY2(file.contains(QByteArray(R"("Items":[)") + object + "]"), object);
 
     // The file loads back as it was written.
     QVERIFY(f.manager->importLayoutFile(path, nullptr));
@@ -353,18 +252,12 @@ void tst_WidgetLayout::layoutFileErrorsAreReported_data()
     QTest::addColumn<QString>("file");
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<bool>("exporting");
-    QTest::addColumn<QString>("title");
-    QTest::addColumn<QString>("prefix");
-    const QString import = QStringLiteral("<b>Unable to import layout file:</b><ul><li>");
-    QTest::newRow("missing file") << "missing.jsn" << QByteArray() << false << "Layout error" << import;
-    QTest::newRow("a folder") << "folder" << QByteArray() << false << "Layout error" << import;
-    QTest::newRow("oversize file") << "huge.jsn" << QByteArray(5 * 1024 * 1024, ' ') << false
-                                   << "Layout error" << import;
-    QTest::newRow("export into a missing folder")
-        << "no/such/folder/layout.jsn" << QByteArray() << true << "Error"
-        << "<b>Unable to save layout file:</b><ul><li>";
-    QTest::newRow("export over a folder") << "folder" << QByteArray() << true << "Error"
-                                          << "<b>Unable to save layout file:</b><ul><li>";
+    QTest::newRow("missing file") << "missing.jsn" << QByteArray() << false;
+    QTest::newRow("a folder") << "folder" << QByteArray() << false;
+    QTest::newRow("oversize file") << "huge.jsn" << QByteArray(5 * 1024 * 1024, ' ') << false;
+    QTest::newRow("damaged file") << "damaged.jsn" << QByteArray(R"({"Main-Container":[]})") << false;
+    QTest::newRow("export into a missing folder") << "no/such/folder/layout.jsn" << QByteArray() << true;
+    QTest::newRow("export over a folder") << "folder" << QByteArray() << true;
 }
 
 void tst_WidgetLayout::layoutFileErrorsAreReported()
@@ -372,8 +265,6 @@ void tst_WidgetLayout::layoutFileErrorsAreReported()
     QFETCH(QString, file);
     QFETCH(QByteArray, content);
     QFETCH(bool, exporting);
-    QFETCH(QString, title);
-    QFETCH(QString, prefix);
     QTemporaryDir dir;
     QVERIFY(QDir(dir.path()).mkdir("folder"));
     const QString path = dir.filePath(file);
@@ -386,7 +277,10 @@ void tst_WidgetLayout::layoutFileErrorsAreReported()
     const bool ok =
         exporting ? f.manager->exportLayoutFile(path, nullptr) : f.manager->importLayoutFile(path, nullptr);
     QVERIFY(!ok);
-    QVERIFY2(f.prompter.only().startsWith("error|" + title + '|' + prefix), qPrintable(f.prompter.only()));
+    const QString box = exporting ? "error|Error|<b>Unable to save layout file:</b><ul><li>"
+                                  : "error|Layout error|<b>Unable to import layout file:</b><ul><li>";
+    QVERIFY2(f.prompter.only().startsWith(box) && f.prompter.only().endsWith("</ul>"),
+             qPrintable(f.prompter.only()));
     QCOMPARE(f.manager->saveLayout(), before);
     if (!content.isEmpty())
         QCOMPARE(readFile(path), content);
@@ -417,8 +311,7 @@ void tst_WidgetLayout::modelLayoutIsLoadedAndSaved()
     ModelData stored;
     QVERIFY(db.model(id, &stored));
     QCOMPARE(stored.layout, f.manager->saveLayout());
-    QCOMPARE(stored.name, model.name);
-    QCOMPARE(stored.description, model.description);
+    QCOMPARE(stored.name + stored.description, model.name + model.description);
     QCOMPARE(leavesOf(f.root()).size(), 2);
 
     // A model stored without a layout starts with the default one, without complaint.
@@ -426,6 +319,22 @@ void tst_WidgetLayout::modelLayoutIsLoadedAndSaved()
     QCOMPARE(f.manager->saveLayout(), DefaultLayout::document());
     QVERIFY(f.manager->saveSessionForModel(-1, nullptr));
     QVERIFY(f.prompter.asked.isEmpty());
+
+    // A damaged stored layout, or a model that is gone, is reported and the default layout loaded.
+    ModelData damaged;
+    damaged.layout = R"({"Main-Container":{"Type":"Dial"}})";
+    for (int broken : {db.insertModel(damaged), 4711}) {
+        QVERIFY(f.load(layoutJson(leafJson(R"({"Type":"RSS"})"))));
+        f.prompter.asked.clear();
+        QVERIFY(!f.manager->activateModel(broken, nullptr));
+        LayoutFixture::flush();
+        QVERIFY2(f.prompter.only().startsWith(
+                     "warning|Layout error|<b>Unable to load layout for model:</b><ul><li>") &&
+                     f.prompter.only().endsWith("</li></ul>Loading default layout now..."),
+                 qPrintable(f.prompter.only()));
+        QCOMPARE(f.manager->saveLayout(), DefaultLayout::document());
+    }
+    f.prompter.asked.clear();
 
     // With the database gone the session cannot be saved, and the pilot is told why.
     db.close();
@@ -436,76 +345,6 @@ void tst_WidgetLayout::modelLayoutIsLoadedAndSaved()
              qPrintable(f.prompter.only()));
 }
 
-void tst_WidgetLayout::modelLayoutFailuresFallBackToTheDefault_data()
-{
-    QTest::addColumn<QByteArray>("layout");
-    QTest::addColumn<bool>("missingModel");
-    QTest::newRow("damaged layout") << QByteArray(R"({"Main-Container":{"Type":"Dial"}})") << false;
-    QTest::newRow("not a layout") << QByteArray("\x78\x9c\x01\x02", 4) << false;
-    QTest::newRow("no such model") << QByteArray() << true;
-}
-
-void tst_WidgetLayout::modelLayoutFailuresFallBackToTheDefault()
-{
-    QFETCH(QByteArray, layout);
-    QFETCH(bool, missingModel);
-    QTemporaryDir dir;
-    DatabaseManager db(dir.path());
-    QVERIFY(db.openAndInitialise());
-    ModelData model;
-    model.name = QStringLiteral("Heli");
-    model.layout = layout;
-    const int id = missingModel ? 4711 : db.insertModel(model);
-
-    LayoutFixture f(&db);
-    QVERIFY(f.load(layoutJson(leafJson(R"({"Type":"RSS"})"))));
-    QVERIFY(!f.manager->activateModel(id, nullptr));
-    LayoutFixture::flush();
-    QVERIFY2(f.prompter.only().startsWith(
-                 "warning|Layout error|<b>Unable to load layout for model:</b><ul><li>") &&
-                 f.prompter.only().endsWith("</li></ul>Loading default layout now..."),
-             qPrintable(f.prompter.only()));
-    QCOMPARE(f.manager->saveLayout(), DefaultLayout::document());
-}
-
-// Windows and containers, docked or floating, made before or after the prompter was set, all ask through
-// the manager's prompter.
-void tst_WidgetLayout::everyWindowAsksThroughTheManagersPrompter()
-{
-    LayoutFixture f;
-    const QByteArray dial = leafJson(R"({"Type":"Dial","Sensor":3})");
-    QVERIFY(f.load(layoutJson(leafJson(R"({"Type":"Graph"})"), R"([{"Container-Data":)" + dial + "}]")));
-    const auto holders = [&f] {
-        QList<SerializableWidget *> all;
-        for (QWidget *w : f.manager->widgets())
-            all << dynamic_cast<SerializableWidget *>(w);
-        QList<WidgetContainer *> containers = f.root()->findChildren<WidgetContainer *>();
-        containers << f.root();
-        for (QMainWindow *window : f.manager->dataWindows())
-            containers << window->findChildren<WidgetContainer *>();
-        for (WidgetContainer *c : qAsConst(containers))
-            all << c;
-        return all;
-    };
-    QCOMPARE(f.manager->widgets().size(), 2);
-    QCOMPARE(holders().size(), 2 + 1 + 1 + 1); // two windows, the root, one leaf, one floating
-    for (SerializableWidget *w : holders())
-        QCOMPARE(w->prompter(), static_cast<Prompter *>(&f.prompter));
-
-    ScriptedPrompter other;
-    f.manager->setPrompter(&other);
-    leavesOf(f.root()).at(0)->addWindow(Qt::Horizontal, WindowTypes::Dial);
-    QCOMPARE(f.manager->widgets().size(), 3);
-    for (SerializableWidget *w : holders())
-        QCOMPARE(w->prompter(), static_cast<Prompter *>(&other));
-    // Without one of its own the manager shows real dialogs.
-    f.manager->setPrompter(nullptr);
-    QCOMPARE(f.manager->prompter(), Prompter::standard());
-    for (SerializableWidget *w : holders())
-        QCOMPARE(w->prompter(), Prompter::standard());
-    f.manager->setPrompter(&f.prompter);
-}
-
 void tst_WidgetLayout::layoutFileDialogs_data()
 {
     QTest::addColumn<QString>("answer"); // the file chosen, "" for cancel
@@ -514,8 +353,6 @@ void tst_WidgetLayout::layoutFileDialogs_data()
                                << "";
     QTest::newRow("suffix added") << "mine"
                                   << "mine.jsn";
-    QTest::newRow("suffix kept") << "mine.json"
-                                 << "mine.json";
 }
 
 void tst_WidgetLayout::layoutFileDialogs()
@@ -537,14 +374,11 @@ void tst_WidgetLayout::layoutFileDialogs()
     QCOMPARE(readFile(dir.filePath(written)), expected);
     QCOMPARE(f.manager->lastFolder(), dir.path());
 
-    QVERIFY(f.load(layoutJson(leafJson(R"({"Type":"RSS"})"))));
     f.prompter.texts.enqueue(dir.filePath(written));
     QVERIFY(f.manager->importLayoutFromFile(nullptr, dir.path()));
     LayoutFixture::flush();
-    QCOMPARE(f.prompter.asked.size(), 2);
-    QCOMPARE(f.prompter.asked.at(1).kind, QStringLiteral("open"));
-    QCOMPARE(f.prompter.asked.at(1).title, QStringLiteral("Import layout"));
-    QCOMPARE(f.manager->saveLayout(SerializableWidget::kForFile), expected);
+    QCOMPARE(f.prompter.asked.at(1).kind + '|' + f.prompter.asked.at(1).title,
+             QStringLiteral("open|Import layout"));
 }
 
 QTEST_MAIN(tst_WidgetLayout)

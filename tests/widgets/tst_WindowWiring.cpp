@@ -80,11 +80,6 @@ void tst_WindowWiring::routes_data()
     QTest::newRow("graph: cursor out")
         << g << windowToHub<G>(&G::mouseOverTimestamp, &H::mouseOverTimestampMoved);
     QTest::newRow("graph: unit") << g << windowToHub<G>(&G::unitChanged, &H::unitChanged);
-    QTest::newRow("graph: cut before")
-        << g << windowToHub<G>(&G::removeTelemetryBeforeTimestamp, &H::removeTelemetryBeforeTimestamp);
-    QTest::newRow("graph: cut after")
-        << g << windowToHub<G>(&G::removeTelemetryAfterTimestamp, &H::removeTelemetryAfterTimestamp);
-    QTest::newRow("graph: undo cut") << g << windowToHub<G>(&G::undoCutRequest, &H::undoCutRequest);
 
     using S = WidgetLogSensors;
     QTest::newRow("sensors: sensors") << s << hubToWindow<S>(&H::updateSensorsRequest, &S::updateItems);
