@@ -85,7 +85,7 @@ QByteArray makeVml(qint64 bytes)
     o.devices = 6;
     o.rate = 10;
     o.seed = 5;
-    o.seconds = int(bytes / 9500); // about 9.5 kB of XML per second of this flight
+    o.seconds = int(bytes / 9900); // about 9.9 kB of XML per second of this flight
     const TelemetryDataPackage p = LogGenerator::generate(o);
     QByteArray out = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<vml>\n";
     out.reserve(int(bytes + bytes / 4));

@@ -18,3 +18,4 @@ QT_LOGGING_RULES="*.debug=false" "$here/build-release/bench/bench_studio" "$here
 "$here/build-release/bench/bench_readers" 100
 "$here/build-release/bench/bench_graph"
 "$here/build-release/bench/bench_table"
+"$here/scripts/bench-record.sh" "$here/build-release" 20

@@ -1,30 +1,12 @@
 #include "telemetry/LogGenerator.h"
 
+#include "telemetry/FlightProfile.h"
+
 #include <algorithm>
 #include <cmath>
 #include <vector>
 
 namespace {
-// splitmix64: tiny, and the same numbers on every platform (the standard distributions are not).
-class Random
-{
-public:
-    explicit Random(quint64 seed) : m_state(seed) {}
-    quint64 next()
-    {
-        quint64 z = (m_state += 0x9E3779B97F4A7C15ULL);
-        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
-        z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
-        return z ^ (z >> 31);
-    }
-    double uniform() { return double(next() >> 11) * (1.0 / 9007199254740992.0); }
-    double between(double a, double b) { return a + (b - a) * uniform(); }
-    int below(int n) { return int(next() % quint64(n)); }
-
-private:
-    quint64 m_state;
-};
-
 struct ParamKind
 {
     quint32 param;
@@ -58,7 +40,8 @@ const std::vector<DeviceKind> &deviceKinds()
           {4, "Rychlost", "m/s", 1, 1},
           {5, "Satelity", "", 0, 0},
           {6, "Čas", "", 5, 0},
-          {7, "Datum", "", 5, 1}}},
+          {7, "Datum", "", 5, 1},
+          {8, "Kurz", "°", 1, 0}}},
         {0x0A20,
          "Senzor baterie – pohon",
          {{1, "Napětí", "V", 12, 2},
@@ -76,27 +59,100 @@ const std::vector<DeviceKind> &deviceKinds()
     return kinds;
 }
 
-const char *const kMessages[] = {"Start motoru",       "Přistání",        "Nízké napětí přijímače",
-                                 "Ztráta signálu GPS", "Vzlet – režim 2", "Kontrola řízení OK"};
-const char kAlarms[] = {'V', 'C', 'T', 'A'};
-
-// A bounded random walk around a centre, so values look like a sensor rather than noise.
-struct Walk
+// A value measured by a sensor: the flight's figure plus a little noise of the sensor's own.
+double noisy(FlightRandom &rng, double value, double spread)
 {
-    double value;
-    double centre;
-    double spread;
-    double step(Random &rng)
-    {
-        value += rng.between(-spread, spread) * 0.05 + (centre - value) * 0.01;
-        return value;
+    return value + rng.between(-spread, spread);
+}
+
+// The reading of one variable of a device kind at one moment of the flight, before scaling.
+double reading(quint32 product, quint32 param, const FlightProfile &flight, const FlightProfile::State &s,
+               double t, FlightRandom &rng)
+{
+    switch ((product << 8) | param) {
+    case 0x0A0101:
+        return noisy(rng, s.receiverVoltage, 0.02);
+    case 0x0A0102:
+        return noisy(rng, s.signal, 1.5);
+    case 0x0A0103:
+        return std::clamp(noisy(rng, s.quality, 1.0), 0.0, 100.0);
+    case 0x0A0104:
+        return noisy(rng, s.receiverTemperature, 0.4);
+    case 0x0A1003:
+        // Height above sea level wanders by a metre or two, as a GPS height does.
+        return flight.site().elevation + s.altitude + std::sin(t / 23) * 1.5 + std::sin(t / 61) * 0.8;
+    case 0x0A1004:
+        return std::max(0.0, noisy(rng, s.groundSpeed, 0.1));
+    case 0x0A1005:
+        return s.satellites;
+    case 0x0A1008:
+        return std::round(s.course) >= 360 ? 0 : s.course;
+    case 0x0A2001:
+        return noisy(rng, s.packVoltage, 0.02);
+    case 0x0A2002:
+        return std::max(0.0, noisy(rng, s.current, 0.1));
+    case 0x0A2003:
+        return s.used; // a counter: never noisy, never going back
+    case 0x0A2004:
+        return noisy(rng, s.lowestCell, 0.005);
+    case 0x0A3001:
+        return noisy(rng, s.altitude, 0.05);
+    case 0x0A3002:
+        return noisy(rng, s.climb, 0.03);
+    case 0x0A3003:
+        return noisy(rng, s.pressure, 0.004);
+    case 0x0A4001:
+        return std::max(0.0, noisy(rng, s.airSpeed, 0.2));
+    case 0x0A5001:
+        return noisy(rng, s.motorTemperature, 0.1);
+    case 0x0A5002:
+        return noisy(rng, s.escTemperature, 0.1);
+    default:
+        return 0;
     }
-};
+}
+
+TelemetryMessage messageFor(const FlightProfile::Event &e, quint32 deviceId)
+{
+    TelemetryMessage m;
+    m.timestamp = qint32(std::lround(e.time * 1000));
+    m.deviceId = deviceId;
+    const auto alarm = [&m](char c) {
+        m.alarm = quint8(c);
+        m.type = TelemetryMessage::kAlarmType;
+        m.value = m.alarm;
+        m.text = m.displayText();
+    };
+    switch (e.kind) {
+    case FlightProfile::ControlCheck:
+        m.text = QString::fromUtf8("Kontrola řízení OK");
+        break;
+    case FlightProfile::MotorStart:
+        m.text = QString::fromUtf8("Start motoru");
+        break;
+    case FlightProfile::LiftOff:
+        m.text = QString::fromUtf8("Vzlet – režim 2");
+        break;
+    case FlightProfile::SignalLost:
+        alarm('S');
+        break;
+    case FlightProfile::CapacityReached:
+        alarm('C');
+        break;
+    case FlightProfile::LowCell:
+        alarm('V');
+        break;
+    case FlightProfile::Touchdown:
+        m.text = QString::fromUtf8("Přistání");
+        break;
+    }
+    return m;
+}
 } // namespace
 
 TelemetryDataPackage LogGenerator::generate(const Options &options)
 {
-    Random rng(options.seed);
+    FlightRandom rng(options.seed);
     TelemetryDataPackage package;
     package.setName(QStringLiteral("Ukázkový let %1").arg(options.seed));
     package.setDescription(QStringLiteral("Vygenerovaný let: %1 s, %2 Hz, %3 zařízení")
@@ -108,7 +164,10 @@ TelemetryDataPackage LogGenerator::generate(const Options &options)
     const int rate = std::clamp(options.rate, 1, 1000);
     const qint64 durationMs = qint64(std::max(0, options.seconds)) * 1000;
     const qint64 stepMs = std::max<qint64>(1, 1000 / rate);
-    const qint64 samplesPerVar = durationMs / stepMs + 1;
+    const qint64 lastStep = durationMs / stepMs;
+    const FlightProfile flight(double(durationMs) / 1000, options.seed);
+    const int startOfDay = flight.startOfDay();
+    const QDate date = flight.date();
 
     for (int d = 0; d < deviceCount; ++d) {
         const DeviceKind &kind = deviceKinds()[size_t(d) % deviceKinds().size()];
@@ -121,28 +180,19 @@ TelemetryDataPackage LogGenerator::generate(const Options &options)
         TelemetrySensor &device = package.devices()[index];
         for (const ParamKind &p : kind.params) {
             TelemetryVar var(id, p.param, QString::fromUtf8(p.label), QString::fromUtf8(p.unit));
-            var.values().reserve(int(samplesPerVar));
+            var.values().reserve(int(lastStep + 1));
             device.vars().append(var);
         }
 
-        std::vector<Walk> walks;
-        for (const ParamKind &p : kind.params) {
-            const double scale = std::pow(10.0, p.decimals & 0xFF);
-            const double centre = p.type == 0 ? rng.between(-40, 100) : rng.between(50, 250) * scale;
-            walks.push_back({centre, centre, std::max(1.0, std::abs(centre) * 0.2)});
-        }
         // The first two devices tick on the same milliseconds; the others are offset, as on a real bus.
+        // Both ends of the flight are sampled exactly; in between a sample may come a little late.
         const qint64 offset = d < 2 ? 0 : 3 + 7 * d;
-        double lat = 49.2 + rng.uniform(), lon = 16.5 + rng.uniform(), heading = rng.between(0, 6.28);
-        for (qint64 k = 0; k < samplesPerVar; ++k) {
+        for (qint64 k = 0; k <= lastStep; ++k) {
             qint64 ts = 100 + offset + k * stepMs;
-            if (stepMs >= 10)
+            if (stepMs >= 10 && k > 0 && k < lastStep)
                 ts += rng.below(3);
-            if (ts > durationMs + 100 + offset)
-                break;
-            heading += rng.between(-0.05, 0.05);
-            lat += std::cos(heading) * 0.00002;
-            lon += std::sin(heading) * 0.00003;
+            const double t = double(ts - 100) / 1000;
+            const FlightProfile::State s = flight.at(t);
             for (int i = 0; i < int(kind.params.size()); ++i) {
                 const ParamKind &p = kind.params[size_t(i)];
                 TelemetryValue v;
@@ -150,17 +200,15 @@ TelemetryDataPackage LogGenerator::generate(const Options &options)
                 v.decimals = p.decimals;
                 v.timestamp = qint32(ts);
                 if (p.type == 9) {
-                    const double deg = p.decimals & 1 ? lon : lat;
-                    const double whole = std::floor(deg);
-                    v.value = qint32((quint32(whole) << 16) | quint32(std::lround((deg - whole) * 60000.0)));
+                    v.value = packedCoordinate(p.decimals & 1 ? s.longitude : s.latitude);
+                } else if (p.type == 5 && (p.decimals & 1)) {
+                    v.value = qint32((date.day() << 16) | (date.month() << 8) | (date.year() % 100));
                 } else if (p.type == 5) {
-                    const qint64 secs = 10 * 3600 + ts / 1000;
-                    v.value =
-                        (p.decimals & 1)
-                            ? qint32((24 << 16) | (6 << 8) | 26)
-                            : qint32(((secs / 3600 % 24) << 16) | ((secs / 60 % 60) << 8) | (secs % 60));
+                    const qint64 secs = startOfDay + qint64(t);
+                    v.value = qint32(((secs / 3600 % 24) << 16) | ((secs / 60 % 60) << 8) | (secs % 60));
                 } else {
-                    const double x = walks[size_t(i)].step(rng);
+                    const double x =
+                        reading(kind.product, p.param, flight, s, t, rng) * std::pow(10.0, p.decimals & 0xFF);
                     const double limit = p.type == 0 ? 127 : p.type == 1 ? 32767 : 2e9;
                     v.value = qint32(std::lround(std::clamp(x, -limit, limit)));
                 }
@@ -169,20 +217,9 @@ TelemetryDataPackage LogGenerator::generate(const Options &options)
         }
     }
 
+    // The receiver passes on what the pilot hears: the checks, the phases of the flight and the alarms.
     const quint32 messageDevice = package.devices().constFirst().id();
-    for (qint64 t = 5000; t < durationMs; t += 20000 + rng.below(40000)) {
-        TelemetryMessage m;
-        m.timestamp = qint32(t);
-        m.deviceId = messageDevice;
-        if (rng.below(3) == 0) {
-            m.alarm = quint8(kAlarms[rng.below(int(sizeof kAlarms))]);
-            m.type = TelemetryMessage::kAlarmType;
-            m.value = m.alarm;
-            m.text = m.displayText();
-        } else {
-            m.text = QString::fromUtf8(kMessages[rng.below(int(sizeof kMessages / sizeof kMessages[0]))]);
-        }
-        package.messages().append(m);
-    }
+    for (const FlightProfile::Event &e : flight.events())
+        package.messages().append(messageFor(e, messageDevice));
     return package;
 }

@@ -2,7 +2,8 @@
 
 #include "telemetry/TelemetryDataPackage.h"
 
-// Makes a realistic, deterministic flight for samples, tests and benchmarks.
+// Makes a deterministic flight for samples, tests and benchmarks: every device reads the same
+// FlightProfile (as it would on a real model), each with a little noise of its own.
 class LogGenerator
 {
 public:

@@ -1,93 +1,16 @@
 #include "tests/support/SimTelemetry.h"
 
-#include <QtMath>
-
 #include <algorithm>
 #include <cmath>
 
 namespace {
 constexpr double kCycleSeconds = SimTelemetry::kFlightMs / 1000.0;
-constexpr double kTakeOff = 15;
-constexpr double kCruise = 45;
-constexpr double kDescent = 255;
-constexpr double kLanded = 285;
-constexpr double kCruiseAltitude = 120;
-constexpr double kCircleRadius = 250;
 // Home field, west of Greenwich so longitudes carry the west flag.
-constexpr double kHomeLatitude = 52.0906;
-constexpr double kHomeLongitude = -1.0140;
-constexpr double kMetresPerDegree = 111320;
+const FlightProfile::Site kHome{52.0906, -1.0140, 95};
 
 double cycleTime(double seconds)
 {
     return std::fmod(std::max(0.0, seconds), kCycleSeconds);
-}
-
-bool airborne(double c)
-{
-    return c >= kTakeOff && c < kLanded;
-}
-
-double altitudeAt(double c)
-{
-    if (c < kTakeOff || c >= kLanded)
-        return 0;
-    if (c < kCruise)
-        return kCruiseAltitude * (c - kTakeOff) / (kCruise - kTakeOff);
-    const auto cruise = [](double x) { return kCruiseAltitude + 10 * std::sin((x - kCruise) / 20); };
-    if (c < kDescent)
-        return cruise(c);
-    return cruise(kDescent) * (kLanded - c) / (kLanded - kDescent);
-}
-
-double climbAt(double c)
-{
-    return altitudeAt(c + 0.5) - altitudeAt(std::max(0.0, c - 0.5));
-}
-
-double speedAt(double c)
-{
-    return airborne(c) ? 55 + 15 * std::sin(c / 13) : 0;
-}
-
-// North and east offsets from home in metres: a circle that starts and ends at home.
-void positionAt(double c, double *north, double *east)
-{
-    const double angle = airborne(c) ? (c - kTakeOff) * 2 * M_PI / 90 : 0;
-    *north = kCircleRadius * std::sin(angle);
-    *east = kCircleRadius * (1 - std::cos(angle));
-}
-
-double distanceAt(double c)
-{
-    double north = 0;
-    double east = 0;
-    positionAt(c, &north, &east);
-    return std::sqrt(north * north + east * east);
-}
-
-double currentAt(double c)
-{
-    if (!airborne(c))
-        return 0.4;
-    if (c < kCruise)
-        return 38;
-    if (c >= kDescent)
-        return 6;
-    return 16 + 4 * std::sin(c / 7);
-}
-
-// Degrees in bits 16..23, minutes times 1000 below; the sign goes into the flags.
-qint32 coordinate(double degrees)
-{
-    const double a = std::fabs(degrees);
-    int whole = int(a);
-    int milliMinutes = int(std::lround((a - whole) * 60000));
-    if (milliMinutes >= 60000) {
-        ++whole;
-        milliMinutes -= 60000;
-    }
-    return qint32((quint32(whole) << 16) | quint32(milliMinutes));
 }
 
 qint32 scaled(double value, quint8 decimals)
@@ -112,11 +35,12 @@ int valueWidth(quint8 type)
 }
 } // namespace
 
-SimTelemetry::SimTelemetry(quint32 seed) : m_rng(seed) {}
+SimTelemetry::SimTelemetry(quint32 seed) : m_rng(seed), m_flight(kCycleSeconds, seed, kHome) {}
 
 void SimTelemetry::setSeed(quint32 seed)
 {
     m_rng.seed(seed);
+    m_flight = FlightProfile(kCycleSeconds, seed, kHome);
 }
 
 int SimTelemetry::itemLength(const Variable &v)
@@ -225,44 +149,28 @@ double SimTelemetry::jitter(double amplitude)
     return (int(m_rng() % 2001) - 1000) / 1000.0 * amplitude;
 }
 
-void SimTelemetry::advanceFlight(qint64 flightMs)
-{
-    if (flightMs / kFlightMs != m_lastFlightMs / kFlightMs)
-        m_capacityMah = 0; // a fresh pack for every flight
-    const qint64 dt = std::max<qint64>(0, flightMs - m_lastFlightMs);
-    m_capacityMah += currentAt(cycleTime(m_lastFlightMs / 1000.0)) * dt / 3600.0;
-    m_lastFlightMs = std::max(m_lastFlightMs, flightMs);
-}
-
 void SimTelemetry::valueOf(const Variable &v, double seconds, qint32 *value, quint8 *decimals)
 {
-    const double c = cycleTime(seconds);
+    // Every sensor reads the same moment of the same flight, each with a little noise of its own.
+    const FlightProfile::State s = m_flight.at(cycleTime(seconds));
     *decimals = v.decimals;
-    double north = 0;
-    double east = 0;
-    positionAt(c, &north, &east);
     switch (v.quantity) {
-    case Latitude: {
-        const double lat = kHomeLatitude + north / kMetresPerDegree;
-        *value = coordinate(lat);
-        *decimals = lat < 0 ? 2 : 0;
+    case Latitude:
+        *value = packedCoordinate(s.latitude);
+        *decimals = s.latitude < 0 ? 2 : 0;
         return;
-    }
-    case Longitude: {
-        const double lon =
-            kHomeLongitude + east / (kMetresPerDegree * std::cos(qDegreesToRadians(kHomeLatitude)));
-        *value = coordinate(lon);
-        *decimals = 1 | (lon < 0 ? 2 : 0);
+    case Longitude:
+        *value = packedCoordinate(s.longitude);
+        *decimals = 1 | (s.longitude < 0 ? 2 : 0);
         return;
-    }
     case TimeOfDay: {
-        const qint64 s = 14 * 3600 + qint64(seconds);
-        *value = qint32(((s / 3600 % 24) << 16) | ((s / 60 % 60) << 8) | (s % 60));
+        const qint64 t = m_flight.startOfDay() + qint64(seconds);
+        *value = qint32(((t / 3600 % 24) << 16) | ((t / 60 % 60) << 8) | (t % 60));
         *decimals = 0;
         return;
     }
     case Satellites:
-        *value = c < 5 ? 4 : 9 + int(c / 37) % 4;
+        *value = s.satellites;
         return;
     default:
         break;
@@ -270,43 +178,43 @@ void SimTelemetry::valueOf(const Variable &v, double seconds, qint32 *value, qui
     double x = 0;
     switch (v.quantity) {
     case RxVoltage:
-        x = 5.05 + jitter(0.03);
+        x = s.receiverVoltage + jitter(0.03);
         break;
     case LinkQuality:
-        x = std::min(100.0, 100 - distanceAt(c) / 40 + jitter(1));
+        x = std::clamp(s.quality + jitter(1), 0.0, 100.0);
         break;
     case SignalStrength:
-        x = -38 - distanceAt(c) / 12 + jitter(2);
+        x = s.signal + jitter(2);
         break;
     case GpsAltitude:
-        x = altitudeAt(c) + jitter(0.8);
+        x = m_flight.site().elevation + s.altitude + jitter(0.8);
         break;
     case GroundSpeed:
-        x = std::max(0.0, speedAt(c) + jitter(0.5));
+        x = std::max(0.0, s.groundSpeed * 3.6 + jitter(0.5)); // km/h
         break;
     case PackVoltage:
-        x = std::max(13.0, 16.7 - 0.012 * currentAt(c) - m_capacityMah * 0.0005 + jitter(0.02));
+        x = s.packVoltage + jitter(0.02);
         break;
     case Current:
-        x = std::max(0.0, currentAt(c) + jitter(0.3));
+        x = std::max(0.0, s.current + jitter(0.3));
         break;
     case Capacity:
-        x = m_capacityMah;
+        x = s.used; // a fresh pack for every flight
         break;
     case BaroAltitude:
-        x = altitudeAt(c) + jitter(0.3);
+        x = s.altitude + jitter(0.3);
         break;
     case Climb:
-        x = climbAt(c) + jitter(0.05);
+        x = s.climb + jitter(0.05);
         break;
     case Pressure:
-        x = 1013.25 - altitudeAt(c) * 0.12 + jitter(0.02);
+        x = s.pressure * 10 + jitter(0.02); // hPa
         break;
     case MotorTemperature:
-        x = 22 + currentAt(c) * 1.2 + jitter(0.2);
+        x = s.motorTemperature + jitter(0.2);
         break;
     case EscTemperature:
-        x = 21 + currentAt(c) * 0.6 + jitter(0.2);
+        x = s.escTemperature + jitter(0.2);
         break;
     default:
         break;
@@ -367,7 +275,6 @@ SimTelemetry::Frame SimTelemetry::next(qint64 flightMs)
 {
     if (m_sensors.isEmpty())
         return Frame();
-    advanceFlight(flightMs);
     const int i = m_turn;
     m_turn = (m_turn + 1) % m_sensors.size();
     const Sensor &s = m_sensors.at(i);

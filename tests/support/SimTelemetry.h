@@ -1,13 +1,16 @@
 #pragma once
 
+#include "telemetry/FlightProfile.h"
+
 #include <QByteArray>
 #include <QVector>
 #include <QtGlobal>
 
 #include <random>
 
-// The telemetry of the simulated bus devices: a short flight, looping, whose values follow the flight
-// time plus a little seeded jitter, packed into LX telemetry frames small enough for one bus answer.
+// The telemetry of the simulated bus devices: a five-minute flight, looping, whose values follow the
+// same flight profile as generated logs plus a little seeded jitter, packed into LX telemetry frames
+// small enough for one bus answer.
 // Each sensor tells its name and variables (text frames) before it sends values, and again every
 // ten seconds so a listener that starts late learns them too.
 class SimTelemetry
@@ -128,7 +131,6 @@ private:
     static int itemLength(const Variable &v);
     Frame dataFrame(const Sensor &sensor, const QVector<int> &group, double seconds);
     void valueOf(const Variable &v, double seconds, qint32 *value, quint8 *decimals);
-    void advanceFlight(qint64 flightMs);
     void maybeRaiseEvent(int sensorIndex, qint64 flightMs);
     double jitter(double amplitude);
 
@@ -136,6 +138,5 @@ private:
     QVector<State> m_states;
     int m_turn = 0;
     std::mt19937 m_rng;
-    qint64 m_lastFlightMs = 0;
-    double m_capacityMah = 0;
+    FlightProfile m_flight;
 };
