@@ -198,8 +198,6 @@ void tst_BusSimulator::ignored_data()
     };
     const auto frame = [](const QByteArray &request) { return Line::masterFrame(request); };
     row("keep-alive to an unknown device", frame(keepAlive(1, unknown)));
-    row("read from an unknown device", frame(to(1, 'W', unknown, hex("100001"))));
-    row("write to an unknown device", frame(to(1, 'T', unknown, hex("00 100001 05"))));
     row("identify an extension beyond the count", frame(to(1, '@', BusSimulator::kReceiverId, hex("03"))));
     row("identify an extension of a plain sensor", frame(to(1, '@', BusSimulator::kGpsId, hex("01"))));
     row("channels only", Line::masterFrame(QByteArray(), true));
@@ -210,7 +208,6 @@ void tst_BusSimulator::ignored_data()
     row("spoilt CRC", spoilt, 1);
     row("garbage", hex("00ff123b0131"));
     row("truncated frame", frame(keepAlive(1, BusSimulator::kGpsId)).left(7), 1);
-    row("truncated broadcast", frame(to(1, '@', 0, hex("00"))).left(16), 1);
     row("invalid kind", hex("3e070c0031"));
     row("length below minimum", hex("3e01050031"));
 }

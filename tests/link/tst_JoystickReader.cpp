@@ -13,22 +13,19 @@ class tst_JoystickReader : public QObject
 
 private slots:
     void initTestCase();
-    void init();
+    void init() { m_reader = std::make_unique<JoystickReader>(); }
     void cleanup();
-    void cleanupTestCase();
+    void cleanupTestCase() { SDL_QuitSubSystem(SDL_INIT_JOYSTICK); }
 
-    void detectListsDevice_data();
-    void detectListsDevice();
-    void select_data();
-    void select();
+    void detectListsEveryAxis();
+    void selectByGuid();
     void poll_data();
     void poll();
-    void pollWithoutJoystick();
     void unplugClosesJoystick();
 
 private:
     // Attaches a virtual joystick and keeps a handle to drive its axes.
-    bool attach(int axes, const char *name, quint16 product = 0x5678);
+    bool attach(int axes, const char *name);
     void detach();
 
     std::unique_ptr<JoystickReader> m_reader;
@@ -36,7 +33,7 @@ private:
     QString m_virtualGuid;
 };
 
-bool tst_JoystickReader::attach(int axes, const char *name, quint16 product)
+bool tst_JoystickReader::attach(int axes, const char *name)
 {
     SDL_VirtualJoystickDesc desc;
     SDL_zero(desc);
@@ -45,7 +42,7 @@ bool tst_JoystickReader::attach(int axes, const char *name, quint16 product)
     desc.naxes = static_cast<Uint16>(axes);
     desc.nbuttons = 4;
     desc.vendor_id = 0xabcd; // hex letters, so the upper-case GUID differs
-    desc.product_id = product;
+    desc.product_id = 0x5678;
     desc.name = name;
     const int index = SDL_JoystickAttachVirtualEx(&desc);
     if (index < 0)
@@ -84,96 +81,42 @@ void tst_JoystickReader::initTestCase()
     QCOMPARE(SDL_InitSubSystem(SDL_INIT_JOYSTICK), 0);
 }
 
-void tst_JoystickReader::init()
-{
-    m_reader = std::make_unique<JoystickReader>();
-}
-
 void tst_JoystickReader::cleanup()
 {
     m_reader.reset();
     detach();
 }
 
-void tst_JoystickReader::cleanupTestCase()
+void tst_JoystickReader::detectListsEveryAxis()
 {
-    SDL_QuitSubSystem(SDL_INIT_JOYSTICK);
-}
-
-void tst_JoystickReader::detectListsDevice_data()
-{
-    QTest::addColumn<int>("axes");
-    QTest::addColumn<QByteArray>("name");
-
-    QTest::newRow("two axes") << 2 << QByteArray("Vexo Test Stick");
-    // More axes than the frame has channels: detection still reports them all.
-    QTest::newRow("twelve axes") << 12 << QByteArray("Vexo Test Console");
-}
-
-void tst_JoystickReader::detectListsDevice()
-{
-    QFETCH(int, axes);
-    QFETCH(QByteArray, name);
-
-    QVERIFY(attach(axes, name.constData()));
+    QVERIFY(attach(12, "Vexo Test Console"));
     const JoystickVector found = m_reader->detect();
     QCOMPARE(found.size(), SDL_NumJoysticks());
-    int matches = 0;
+    QStringList seen;
     for (const JoystickInfo &info : found) {
-        if (info.guid != m_virtualGuid)
-            continue;
-        ++matches;
-        QCOMPARE(info.name, QString::fromUtf8(name));
-        QCOMPARE(info.axes, axes);
+        if (info.guid == m_virtualGuid)
+            seen << QStringLiteral("%1/%2").arg(info.name).arg(info.axes);
     }
-    QCOMPARE(matches, 1);
-    // Detection must not leave anything selected.
+    // More axes than the frame has channels: detection still reports them all, and selects nothing.
+    QCOMPARE(seen, QStringList{"Vexo Test Console/12"});
     QVERIFY(!m_reader->hasJoystick());
 }
 
-void tst_JoystickReader::select_data()
+void tst_JoystickReader::selectByGuid()
 {
-    QTest::addColumn<bool>("preselect");
-    QTest::addColumn<QString>("target"); // "device", "DEVICE" (upper case), "unknown" or ""
-    QTest::addColumn<bool>("result");
-    QTest::addColumn<bool>("open");
-
-    QTest::newRow("attached device") << false << "device" << true << true;
-    QTest::newRow("guid in upper case") << false << "DEVICE" << true << true;
-    QTest::newRow("same device again") << true << "device" << true << true;
-    QTest::newRow("unknown guid") << false << "unknown" << false << false;
-    QTest::newRow("unknown guid closes previous") << true << "unknown" << false << false;
-    QTest::newRow("empty guid with nothing open") << false << "" << true << false;
-    QTest::newRow("empty guid closes") << true << "" << true << false;
-}
-
-void tst_JoystickReader::select()
-{
-    QFETCH(bool, preselect);
-    QFETCH(QString, target);
-    QFETCH(bool, result);
-    QFETCH(bool, open);
-
     QVERIFY(attach(3, "Vexo Select Stick"));
     m_reader->detect();
-    if (preselect) {
-        QVERIFY(m_reader->select(m_virtualGuid));
-        QVERIFY(m_reader->hasJoystick());
-    }
-    QString guid;
-    if (target == "device")
-        guid = m_virtualGuid;
-    else if (target == "DEVICE")
-        guid = m_virtualGuid.toUpper();
-    else if (target == "unknown")
-        guid = QStringLiteral("0300dead0000beef0000cafe00000000");
-    QVERIFY(target != "DEVICE" || guid != m_virtualGuid);
-
-    QCOMPARE(m_reader->select(guid), result);
-    QCOMPARE(m_reader->hasJoystick(), open);
-    QCOMPARE(m_reader->selectedGuid(), open ? m_virtualGuid : QString());
+    // GUIDs match whatever their case; the reader keeps SDL's spelling.
+    const QString upper = m_virtualGuid.toUpper();
+    QVERIFY(upper != m_virtualGuid);
+    QVERIFY(m_reader->select(upper));
+    QCOMPARE(m_reader->selectedGuid(), m_virtualGuid);
     JoystickAxisMap axes;
-    QCOMPARE(m_reader->poll(&axes), open);
+    QVERIFY(m_reader->poll(&axes));
+    // An unknown GUID closes what was open.
+    QVERIFY(!m_reader->select(QStringLiteral("0300dead0000beef0000cafe00000000")));
+    QVERIFY(!m_reader->hasJoystick() && m_reader->selectedGuid().isEmpty());
+    QVERIFY(!m_reader->poll(&axes));
 }
 
 using AxisValues = QVector<qint16>;
@@ -189,8 +132,6 @@ void tst_JoystickReader::poll_data()
                                << false;
     QTest::newRow("last axis moves") << 4 << AxisValues{100, -200, 300, -400}
                                      << AxisValues{100, -200, 300, -401} << true;
-    QTest::newRow("first axis moves") << 4 << AxisValues{0, 0, 0, 0} << AxisValues{1, 0, 0, 0} << true;
-    QTest::newRow("extremes") << 3 << AxisValues{-32768, 32767, 0} << AxisValues{32767, -32768, 0} << true;
     // Only eight channels: axes past the eighth are neither reported nor counted as changes.
     QTest::newRow("ninth axis ignored") << 10 << AxisValues{1, 2, 3, 4, 5, 6, 7, 8, 9, 10}
                                         << AxisValues{1, 2, 3, 4, 5, 6, 7, 8, -9, -10} << false;
@@ -208,37 +149,22 @@ void tst_JoystickReader::poll()
     QVERIFY(attach(axisCount, "Vexo Poll Stick"));
     QVERIFY(m_reader->select(m_virtualGuid));
 
-    const auto setAndExpect = [this](const AxisValues &values) {
-        for (int axis = 0; axis < values.size(); ++axis)
-            SDL_JoystickSetVirtualAxis(m_virtual, axis, values.at(axis));
-        JoystickAxisMap expected;
-        for (int axis = 0; axis < qMin(values.size(), 8); ++axis)
-            expected.insert(axis, values.at(axis));
-        return expected;
-    };
-
+    // The third poll: nothing moved since, so no change is reported, but the values are still delivered.
     JoystickAxisMap axes;
-    const JoystickAxisMap firstExpected = setAndExpect(first);
-    QVERIFY(m_reader->poll(&axes));
-    QCOMPARE(axes, firstExpected);
-    // The frame takes channels in key order, which must be axis order.
-    QCOMPARE(axes.keys(), firstExpected.keys());
-
-    const JoystickAxisMap secondExpected = setAndExpect(second);
-    QCOMPARE(m_reader->poll(&axes), secondChanged);
-    QCOMPARE(axes, secondExpected);
-
-    // Nothing moved since: no change reported, values still delivered.
-    QVERIFY(!m_reader->poll(&axes));
-    QCOMPARE(axes, secondExpected);
-}
-
-void tst_JoystickReader::pollWithoutJoystick()
-{
-    JoystickAxisMap axes{{0, 123}};
-    QVERIFY(!m_reader->poll(&axes));
-    QCOMPARE(axes, (JoystickAxisMap{{0, 123}}));
-    QVERIFY(!m_reader->poll(nullptr));
+    QList<bool> changed;
+    QList<JoystickAxisMap> seen, expected;
+    for (const AxisValues &values : {first, second, second}) {
+        expected << JoystickAxisMap();
+        for (int axis = 0; axis < values.size(); ++axis) {
+            SDL_JoystickSetVirtualAxis(m_virtual, axis, values.at(axis));
+            if (axis < 8)
+                expected.last().insert(axis, values.at(axis));
+        }
+        changed << m_reader->poll(&axes);
+        seen << axes;
+    }
+    QCOMPARE(changed, QList<bool>({true, secondChanged, false}));
+    QCOMPARE(seen, expected);
 }
 
 void tst_JoystickReader::unplugClosesJoystick()
@@ -254,7 +180,11 @@ void tst_JoystickReader::unplugClosesJoystick()
     QVERIFY(!m_reader->poll(&axes));
     QVERIFY(!m_reader->hasJoystick());
     QVERIFY(m_reader->selectedGuid().isEmpty());
+    // With nothing open a poll leaves the axes alone, and takes no map at all.
+    axes = {{0, 123}};
     QVERIFY(!m_reader->poll(&axes));
+    QCOMPARE(axes, (JoystickAxisMap{{0, 123}}));
+    QVERIFY(!m_reader->poll(nullptr));
 
     // Gone from the list, and it cannot be selected any more.
     for (const JoystickInfo &info : m_reader->detect())
