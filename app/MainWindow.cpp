@@ -77,7 +77,11 @@ MainWindow::MainWindow(AppSettings *settings, Logger *logger, QWidget *parent)
     connect(m_store, &TelemetryData::sensorsChanged, m_hub, &WindowHub::updateSensorsRequest);
     connect(m_store, &TelemetryData::valueAdded, m_hub, &WindowHub::valueAddedRequest);
     connect(m_store, &TelemetryData::loggingStatusChanged, m_hub, &WindowHub::setLogStatusRequest);
-    connect(m_store, &TelemetryData::logFileLoaded, m_hub, [this] { emit m_hub->logFileLoadedRequest(); });
+    // The measuring cursors belonged to the previous recording's times.
+    connect(m_store, &TelemetryData::logFileLoaded, m_hub, [this] {
+        m_hub->setCursorPair(CursorPair());
+        emit m_hub->logFileLoadedRequest();
+    });
 
     registerWindows();
     connect(m_hub, &WindowHub::sensorsCleared, m_store, [this] {

@@ -11,6 +11,7 @@
 #include "tests/support/TestSamples.h"
 #include "widgets/layout/WidgetContainer.h"
 #include "widgets/layout/WidgetManager.h"
+#include "widgets/layout/WindowHub.h"
 #include "widgets/layout/WindowTypes.h"
 #include "widgets/models/WidgetModel.h"
 
@@ -160,8 +161,12 @@ void tst_MainWindow::opensLogsOffTheInterfaceThread()
     QTimer beat;
     connect(&beat, &QTimer::timeout, [&] { turnsWhileLoading += loaded.isEmpty() ? 1 : 0; });
     beat.start(1);
+    CursorPair pair; // measuring cursors from the log shown before
+    pair.hasA = true;
+    w.windowManager()->hub()->setCursorPair(pair);
     w.openLog(path);
     QTRY_COMPARE_WITH_TIMEOUT(loaded.count(), 1, 60000);
+    QVERIFY(w.windowManager()->hub()->cursorPair().isEmpty());
     QCOMPARE(loaded.first().at(0).toBool(), true);
     QCOMPARE(w.store()->package().sampleCount(), samples);
     QVERIFY(changed.count() >= 1);
