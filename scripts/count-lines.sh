@@ -7,7 +7,7 @@ count() {
         grep -v '^[[:space:]]*$' | grep -v '^[[:space:]]*//' | wc -l
 }
 product=$(count app cli database link telemetry widgets tools transmitter)
-tests=$(count tests/app tests/cli tests/database tests/link tests/telemetry tests/widgets)
+tests=$(count tests/app tests/cli tests/database tests/link tests/telemetry tests/tools tests/widgets)
 echo "product $product"
 echo "tests   $tests"
 echo "ratio   $(awk "BEGIN { printf \"%.0f %%\", 100 * $tests / $product }")"
