@@ -6,6 +6,7 @@
 #include "cli/JsonDump.h"
 #include "cli/KmlCommand.h"
 #include "cli/LiveCommands.h"
+#include "cli/MapCommand.h"
 #include "cli/TableCommands.h"
 #include "telemetry/LogFileWriter.h"
 #include "telemetry/LogGenerator.h"
@@ -38,6 +39,8 @@ const char kUsage[] =
     "                         the studio's models, folders and logs (vexo-log db --help)\n"
     "  kml FILE --lat D:P --lon D:P [--alt D:P] OUT\n"
     "                         the GPS track of FILE as KML (D:P: device id and param number)\n"
+    "  map FILE --lat D:P --lon D:P [--zoom Z] [--provider N --type T] --size WxH OUT.png\n"
+    "                         the GPS track of FILE over the map, as the map window draws it\n"
     "  csv|xlsx FILE --period MS [--mode hold|smooth|valid] --var D:P[:U] ... OUT\n"
     "                         the data table of FILE as CSV or an Excel workbook\n";
 
@@ -208,6 +211,7 @@ int CliCommands::run(const QStringList &arguments, std::FILE *out, std::FILE *er
          [](const Context &c) { return LiveCommands::devices(c.args, c.out, c.err); }},
         {QStringLiteral("db"), [](const Context &c) { return DbCommands::run(c.args, c.out, c.err); }},
         {QStringLiteral("kml"), [](const Context &c) { return KmlCommand::run(c.args, c.out, c.err); }},
+        {QStringLiteral("map"), [](const Context &c) { return MapCommand::run(c.args, c.out, c.err); }},
         {QStringLiteral("csv"), [](const Context &c) { return TableCommands::csv(c.args, c.out, c.err); }},
         {QStringLiteral("xlsx"), [](const Context &c) { return TableCommands::xlsx(c.args, c.out, c.err); }},
     };

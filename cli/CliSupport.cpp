@@ -34,3 +34,22 @@ bool CliSupport::readLog(std::FILE *err, const QString &path, TelemetryDataPacka
         fail(err, warning);
     return true;
 }
+
+bool CliSupport::parseVariable(const QString &text, TelemetrySimplePair *pair)
+{
+    const QStringList parts = text.split(QLatin1Char(':'));
+    if (parts.size() != 2)
+        return false;
+    bool okId = false;
+    bool okParam = false;
+    pair->deviceId = parts.at(0).toUInt(&okId);
+    pair->param = parts.at(1).toUInt(&okParam);
+    return okId && okParam;
+}
+
+const TelemetryVar *CliSupport::findVariable(const TelemetryDataPackage &package,
+                                             const TelemetrySimplePair &pair)
+{
+    const TelemetrySensor *device = package.device(pair.deviceId);
+    return device ? device->var(pair.param) : nullptr;
+}

@@ -5,6 +5,8 @@
 #include <cstdio>
 
 class TelemetryDataPackage;
+class TelemetryVar;
+struct TelemetrySimplePair;
 
 // What every vexo-log subcommand does alike: its error lines and how it reads a log.
 namespace CliSupport {
@@ -25,4 +27,9 @@ enum class Damage
 // with a sensor table of its own. False, the reason said on err, when nothing can be read.
 bool readLog(std::FILE *err, const QString &path, TelemetryDataPackage *package, Damage damage,
              bool csv = false);
+
+// "D:P": a variable named by its device id (decimal) and parameter number.
+bool parseVariable(const QString &text, TelemetrySimplePair *pair);
+// The variable of a log, or null when the log lacks it.
+const TelemetryVar *findVariable(const TelemetryDataPackage &package, const TelemetrySimplePair &pair);
 } // namespace CliSupport

@@ -19,23 +19,6 @@ int usage(std::FILE *err, const QString &message)
     return CliSupport::usage(err, "kml", message, kKmlUsage);
 }
 
-bool parsePair(const QString &text, TelemetrySimplePair *pair)
-{
-    const QStringList parts = text.split(QLatin1Char(':'));
-    if (parts.size() != 2)
-        return false;
-    bool okId = false;
-    bool okParam = false;
-    pair->deviceId = parts.at(0).toUInt(&okId);
-    pair->param = parts.at(1).toUInt(&okParam);
-    return okId && okParam;
-}
-
-const TelemetryVar *findVar(const TelemetryDataPackage &p, const TelemetrySimplePair &pair)
-{
-    const TelemetrySensor *device = p.device(pair.deviceId);
-    return device ? device->var(pair.param) : nullptr;
-}
 } // namespace
 
 int KmlCommand::run(const QStringList &args, std::FILE *, std::FILE *err)
@@ -48,7 +31,7 @@ int KmlCommand::run(const QStringList &args, std::FILE *, std::FILE *err)
             if (i + 1 >= args.size())
                 return usage(err, QStringLiteral("%1 needs a value").arg(a));
             TelemetrySimplePair pair;
-            if (!parsePair(args.at(i + 1), &pair))
+            if (!CliSupport::parseVariable(args.at(i + 1), &pair))
                 return usage(err,
                              QStringLiteral("bad value for %1: %2 (expected D:P)").arg(a, args.at(i + 1)));
             pairs[a] = pair;
@@ -76,7 +59,7 @@ int KmlCommand::run(const QStringList &args, std::FILE *, std::FILE *err)
         const auto it = pairs.find(QLatin1String(names[i]));
         if (it == pairs.end())
             continue;
-        vars[i] = findVar(package, it->second);
+        vars[i] = CliSupport::findVariable(package, it->second);
         if (!vars[i]) {
             return fail(err, QStringLiteral("%1: no variable %2:%3 (%4)")
                                  .arg(in)

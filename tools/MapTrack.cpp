@@ -83,7 +83,12 @@ const QVector<MapTrack::Point> &MapTrack::path(int zoom)
         double valid = 1;
         if (!longitude.at(t, &lon) || (m_validity && (!validity.at(t, &valid) || valid == 0)))
             continue;
-        const QPoint world = projection.fromLatLngToPoint(sample.toNumber(), lon);
+        // Zero is what a receiver sends before its first fix (the KML export leaves it out too): drawn,
+        // it would pull a line to the equator and the fitted view with it.
+        const double lat = sample.toNumber();
+        if (lat == 0 || lon == 0)
+            continue;
+        const QPoint world = projection.fromLatLngToPoint(lat, lon);
         if (!m_path.isEmpty() && m_path.constLast().world == world)
             continue;
         double value = std::numeric_limits<double>::quiet_NaN();

@@ -33,7 +33,8 @@ public:
 
     // Latitude and longitude in degrees (their numbers as the store reads them); validity and colour may
     // be null. A position is each latitude sample with the longitude, validity and colour samples at or
-    // before its time; a position whose validity reads 0 is left out.
+    // before its time; a position whose validity reads 0, or whose latitude or longitude is 0 (no fix
+    // yet), is left out.
     void setVariables(const TelemetryVar *latitude, const TelemetryVar *longitude,
                       const TelemetryVar *validity = nullptr, const TelemetryVar *color = nullptr);
     // The path at this zoom, rebuilt only when the zoom or the latitude's samples changed.
