@@ -56,29 +56,16 @@ GraphMeasurement GraphMeasurement::measure(const QVector<GraphRenderer::Series> 
     return m;
 }
 
-QStringList GraphMeasurement::texts() const
+QString GraphMeasurement::title() const
 {
-    QStringList lines;
-    QString head;
+    QStringList parts;
     if (pair.hasA)
-        head += tr("A %1").arg(GraphTicks::cursorTimeText(pair.a));
+        parts << tr("A %1").arg(GraphTicks::cursorTimeText(pair.a));
     if (pair.hasB)
-        head += (head.isEmpty() ? QString() : QStringLiteral("   ")) +
-                tr("B %1").arg(GraphTicks::cursorTimeText(pair.b));
+        parts << tr("B %1").arg(GraphTicks::cursorTimeText(pair.b));
     if (pair.isComplete())
-        head += tr("   \u0394t %1").arg(seconds(pair.b - pair.a));
-    lines << head;
-    for (const Row &r : rows) {
-        if (pair.isComplete())
-            lines << tr("%1: A %2  B %3  \u0394 %4  min %5  max %6  mean %7  slope %8/s")
-                         .arg(r.label, number(r.atA, r.decimals), number(r.atB, r.decimals),
-                              number(r.delta, r.decimals), number(r.minimum, r.decimals),
-                              number(r.maximum, r.decimals), number(r.mean, r.decimals + 1),
-                              number(r.slope, r.decimals + 1));
-        else
-            lines << tr("%1: %2").arg(r.label, number(pair.hasA ? r.atA : r.atB, r.decimals));
-    }
-    return lines;
+        parts << tr("\u0394t %1").arg(seconds(pair.b - pair.a));
+    return parts.join(QStringLiteral("   "));
 }
 
 void GraphMeasurement::paint(QPainter *painter, const GraphRenderer &renderer) const
@@ -139,11 +126,11 @@ void GraphMeasurement::paint(QPainter *painter, const GraphRenderer &renderer) c
     widen(header);
     for (const QStringList &c : qAsConst(cells))
         widen(c);
-    const QString title = texts().constFirst();
+    const QString heading = title();
     int width = 0;
     for (int w : qAsConst(widths))
         width += w + 3 * kGap;
-    width = std::max(width, fm.horizontalAdvance(title)) + 2 * kGap;
+    width = std::max(width, fm.horizontalAdvance(heading)) + 2 * kGap;
     const int lines = 2 + cells.size();
     const QRect box(plot.left() + kGap, plot.top() + kGap, std::min(width, plot.width() - 2 * kGap),
                     std::min(lines * fm.height() + 2 * kGap, plot.height() - 2 * kGap));
@@ -158,7 +145,7 @@ void GraphMeasurement::paint(QPainter *painter, const GraphRenderer &renderer) c
     int y = box.top() + kGap;
     painter->setPen(theme.text);
     painter->drawText(QRect(box.left() + 2 * kGap, y, box.width(), fm.height()),
-                      Qt::AlignLeft | Qt::AlignVCenter, title);
+                      Qt::AlignLeft | Qt::AlignVCenter, heading);
     const auto drawLine = [&](const QStringList &c, const QColor &color) {
         y += fm.height();
         painter->setPen(color);

@@ -44,6 +44,6 @@ public:
 
     // The A and B lines, the span between them shaded, and the readout box, over renderer's plot.
     void paint(QPainter *painter, const GraphRenderer &renderer) const;
-    // The readout as lines of text: the times, then one line per item (for the export and tooltips).
-    QStringList texts() const;
+    // The readout's first line: the times of A and B and delta t.
+    QString title() const;
 };

@@ -847,8 +847,9 @@ void WidgetGraph::mousePressEvent(QMouseEvent *event)
         m_dragged = true; // not a click that pins the shared cursor
         return;
     }
-    if (inPlot && cursorLineAt(event->pos().x()) != Drag::None) {
-        m_drag = cursorLineAt(event->pos().x());
+    const Drag line = inPlot ? cursorLineAt(event->pos().x()) : Drag::None;
+    if (line != Drag::None) {
+        m_drag = line;
         return;
     }
     if (m_dragAxis >= 0) {
