@@ -3,10 +3,14 @@
 #include "app/AppSettings.h"
 #include "app/SerialComboBox.h"
 #include "link/SerialPortWrapper.h"
+#include "tools/GPSMaps.h"
+#include "tools/MapKeys.h"
+#include "widgets/layout/Prompter.h"
 
 #include <QCheckBox>
 #include <QDialogButtonBox>
 #include <QFormLayout>
+#include <QLineEdit>
 
 DialogConfig::DialogConfig(AppSettings *settings, SerialPortWrapper *wrapper, QWidget *parent)
     : QDialog(parent), m_settings(settings)
@@ -26,6 +30,19 @@ DialogConfig::DialogConfig(AppSettings *settings, SerialPortWrapper *wrapper, QW
     form->addRow(tr("Serial port:"), m_port);
     form->addRow(tr("Game controller:"), m_joystick);
     form->addRow(QString(), m_autoUpdate);
+    QString keys[MapKeys::kProviders];
+    MapKeys::load(AppSettings::dataFolder(), keys);
+    for (int i = 0; i < MapKeys::kProviders; ++i) {
+        m_mapKey[i] = new QLineEdit(keys[i], this);
+        m_mapKey[i]->setEchoMode(QLineEdit::PasswordEchoOnEdit);
+        // A key in the environment is used when none is entered here.
+        const char *variable = MapEndpoints::keyVariable(i);
+        m_mapKey[i]->setPlaceholderText(
+            qEnvironmentVariableIsEmpty(variable)
+                ? tr("none: the map is offered without %1").arg(GPSMaps::providerName(i))
+                : tr("from %1").arg(QLatin1String(variable)));
+        form->addRow(tr("%1 map key:").arg(GPSMaps::providerName(i)), m_mapKey[i]);
+    }
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
     form->addRow(buttons);
     connect(buttons, &QDialogButtonBox::accepted, this, &DialogConfig::accept);
@@ -53,5 +70,15 @@ void DialogConfig::accept()
     m_settings->setValue(AppSettings::kPort, m_port->port());
     m_settings->setValue(AppSettings::kAutoUpdate, m_autoUpdate->isChecked());
     m_settings->setValue(AppSettings::kJoystick, m_joystick->currentData().toString());
+    QString keys[MapKeys::kProviders];
+    for (int i = 0; i < MapKeys::kProviders; ++i)
+        keys[i] = m_mapKey[i]->text().trimmed();
+    QString error;
+    if (!MapKeys::save(AppSettings::dataFolder(), keys, &error)) {
+        Prompter::standard()->error(
+            this, tr("Error"),
+            tr("<b>Unable to keep the map keys:</b><ul><li>%1</li></ul>").arg(error.toHtmlEscaped()));
+        return;
+    }
     QDialog::accept();
 }

@@ -7,11 +7,13 @@
 class AppSettings;
 class QCheckBox;
 class QComboBox;
+class QLineEdit;
 class SerialComboBox;
 class SerialPortWrapper;
 
-// "Configuration...": serial port, the update check at start and the game controller. The choices are
-// written to the settings; the main window applies them on the serial thread.
+// "Configuration...": serial port, the update check at start, the game controller and the keys of the
+// keyed map providers. The choices are written to the settings (the keys to a file of their own); the main
+// window applies them.
 class DialogConfig : public QDialog
 {
     Q_OBJECT
@@ -27,4 +29,5 @@ private:
     SerialComboBox *m_port;
     QCheckBox *m_autoUpdate;
     QComboBox *m_joystick;
+    QLineEdit *m_mapKey[2];
 };

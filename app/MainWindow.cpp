@@ -19,12 +19,14 @@
 #include "link/TelemetryDecoder.h"
 #include "telemetry/LogFileWriter.h"
 #include "telemetry/TelemetryData.h"
+#include "tools/MapKeys.h"
 #include "widgets/graph/WidgetGraph.h"
 #include "widgets/graph/WidgetGraphExport.h"
 #include "widgets/layout/Prompter.h"
 #include "widgets/layout/WidgetManager.h"
 #include "widgets/layout/WindowHub.h"
 #include "widgets/layout/WindowTypes.h"
+#include "widgets/map/WidgetMaps.h"
 #include "widgets/models/DialogLoadLog.h"
 #include "widgets/models/WidgetModel.h"
 #include "widgets/sensors/DialogKMLExport.h"
@@ -164,6 +166,17 @@ void MainWindow::registerWindows()
             return graph;
         },
         &WidgetGraph::wire);
+    m_manager->registerWindow(
+        WindowTypes::key(WindowTypes::Maps),
+        [this](WidgetManager *m) {
+            auto *map = new WidgetMaps(m->telemetry(), AppSettings::dataFolder());
+            // The picture export starts where the graph's last one went.
+            map->setImagePathSettings(
+                [this] { return m_settings->text(AppSettings::kImagePath); },
+                [this](const QString &path) { m_settings->setValue(AppSettings::kImagePath, path); });
+            return map;
+        },
+        &WidgetMaps::wire);
     m_manager->registerWindow(
         WindowTypes::key(WindowTypes::Models),
         [this](WidgetManager *) {
@@ -610,6 +623,14 @@ void MainWindow::showConfiguration()
     if (dialog.exec() != QDialog::Accepted)
         return;
     applySavedPort();
+    QString keys[MapKeys::kProviders];
+    MapKeys::load(AppSettings::dataFolder(), keys);
+    for (QWidget *w : m_manager->widgets()) {
+        if (auto *map = qobject_cast<WidgetMaps *>(w)) {
+            for (int i = 0; i < MapKeys::kProviders; ++i)
+                map->loader()->setApiKey(i, keys[i]);
+        }
+    }
 }
 
 void MainWindow::openHelpFile(const QString &file, const char *missingMessage)

@@ -10,12 +10,14 @@
 
 #include <QDebug>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QIcon>
 #include <QLocale>
 #include <QLoggingCategory>
 #include <QTimer>
 #include <QTranslator>
+#include <algorithm>
 #include <cstdio>
 
 int main(int argc, char *argv[])
@@ -63,13 +65,26 @@ int main(int argc, char *argv[])
         const int shotArg = arguments.indexOf(QStringLiteral("--screenshot"));
         const QString shotPath = shotArg >= 0 ? arguments.value(shotArg + 1) : QString();
         if (!shotPath.isEmpty()) {
+            // Windows that fetch something (map images) say so by their "loading" property; the picture
+            // waits for them, at most 10 s.
             const auto takeShot = [&window, shotPath] {
-                QTimer::singleShot(800, &window, [&window, shotPath] {
+                auto *poll = new QTimer(&window);
+                QElapsedTimer waited;
+                waited.start();
+                QObject::connect(poll, &QTimer::timeout, &window, [&window, shotPath, poll, waited] {
+                    const QList<QWidget *> windows = window.windowManager()->widgets();
+                    const bool loading = std::any_of(windows.cbegin(), windows.cend(), [](QWidget *w) {
+                        return w->property("loading").toBool();
+                    });
+                    if (loading && waited.elapsed() < 10000)
+                        return;
+                    poll->stop();
                     const bool saved = window.grab().save(shotPath, "PNG");
                     std::fprintf(saved ? stdout : stderr, "%s %s\n",
                                  saved ? "Screenshot saved to" : "Could not save", qPrintable(shotPath));
                     QCoreApplication::exit(saved ? 0 : 1);
                 });
+                poll->start(800);
             };
             if (log.isEmpty())
                 takeShot();

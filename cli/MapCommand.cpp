@@ -9,9 +9,9 @@
 #include "tools/MapRenderer.h"
 #include "tools/MapTrack.h"
 
-#include <QBuffer>
 #include <QEventLoop>
 #include <QFileInfo>
+#include <QPainter>
 
 #include <cmath>
 #include <map>
@@ -92,7 +92,7 @@ QVector<MapRenderer::Tile> loadTiles(GPSMaps &maps, const MapRenderer::View &vie
                            .constData(),
                        err);
         }
-        tiles.append({image, world});
+        tiles.append({image, world, image.isNull() ? reason : QString()});
     }
     return tiles;
 }
@@ -183,26 +183,36 @@ int MapCommand::run(const QStringList &args, std::FILE *, std::FILE *err)
     if (!KmlWriter::isLatitude(*vars[0]) || !KmlWriter::isLongitude(*vars[1]))
         return fail(err, QStringLiteral("%1: --lat and --lon must be a GPS latitude and longitude").arg(in));
 
-    MapTrack track;
-    track.setVariables(vars[0], vars[1]);
-    const MapRenderer::Fit fit = MapRenderer::fit(track, size);
-    if (!fit.valid)
-        return fail(err, QStringLiteral("%1: no GPS position in the track").arg(in));
-    const MapRenderer::View view = MapRenderer::centredView(zoom < 0 ? fit.zoom : zoom, size, fit.centre);
-
     GPSMaps maps(studioDataFolder());
     if (provider >= 0)
         maps.setProvider(provider, type);
     maps.getProvider(provider, type);
     if (!maps.isProviderAvailable(provider))
         return fail(err, maps.availabilityHint(provider));
+    if (zoom > GPSMaps::maxZoom(provider))
+        return usage(err, QStringLiteral("%1 serves zoom 1..%2")
+                              .arg(GPSMaps::providerName(provider))
+                              .arg(GPSMaps::maxZoom(provider)));
+
+    // Placed as the map window places it, so both give the same picture.
+    MapTrack track;
+    track.setVariables(vars[0], vars[1]);
+    MapRenderer::View view;
+    if (!MapRenderer::trackView(track, size, std::min(MapRenderer::kMaxFitZoom, GPSMaps::maxZoom(provider)),
+                                &view))
+        return fail(err, QStringLiteral("%1: no GPS position in the track").arg(in));
+    if (zoom >= 0)
+        view = MapRenderer::gridView(zoom, size, view.centre);
     const QVector<MapRenderer::Tile> tiles = loadTiles(maps, view, err);
 
-    const QImage image = MapRenderer::render(view, tiles, &track, MapRenderer::TrackStyle(), hasCursor,
-                                             qint64(std::llround(cursorSeconds * 1000.0)));
-    QByteArray png;
-    QBuffer buffer(&png);
-    if (!buffer.open(QIODevice::WriteOnly) || !image.save(&buffer, "PNG"))
+    QImage image = MapRenderer::render(view, tiles, &track, MapRenderer::TrackStyle(), hasCursor,
+                                       qint64(std::llround(cursorSeconds * 1000.0)));
+    {
+        QPainter painter(&image);
+        MapRenderer::paintAttribution(painter, size, GPSMaps::attribution(provider));
+    }
+    const QByteArray png = MapRenderer::encodePng(image);
+    if (png.isEmpty())
         return fail(err, QStringLiteral("%1: cannot encode the picture").arg(out));
     QString error;
     if (!AtomicFile::write(out, png, &error))

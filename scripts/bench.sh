@@ -19,3 +19,4 @@ QT_LOGGING_RULES="*.debug=false" "$here/build-release/bench/bench_studio" "$here
 "$here/build-release/bench/bench_graph"
 "$here/build-release/bench/bench_table"
 "$here/scripts/bench-record.sh" "$here/build-release" 20
+"$here/build-release/bench/bench_map"

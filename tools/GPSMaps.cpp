@@ -1,5 +1,7 @@
 #include "tools/GPSMaps.h"
 
+#include "tools/MapKeys.h"
+
 #include <QBuffer>
 #include <QCoreApplication>
 #include <QDebug>
@@ -43,6 +45,7 @@ GPSMaps::GPSMaps(const QString &dataFolder, const MapEndpoints &endpoints, QObje
     : QObject(parent), m_endpoints(endpoints), m_cache(dataFolder, providerNames()),
       m_network(new QNetworkAccessManager(this))
 {
+    MapKeys::load(dataFolder, m_settingsKey);
 }
 
 GPSMaps::~GPSMaps()
@@ -54,6 +57,16 @@ QString GPSMaps::providerName(int provider)
 {
     return provider >= 0 && provider < kProviderCount ? QString::fromLatin1(kProviders[provider].name)
                                                       : QString();
+}
+
+int GPSMaps::maxZoom(int provider)
+{
+    return provider == OpenStreetMap ? 19 : MapsProjection::kMaxZoom;
+}
+
+QString GPSMaps::attribution(int provider)
+{
+    return provider == OpenStreetMap ? tr("© OpenStreetMap contributors") : QString();
 }
 
 QString GPSMaps::mapTypeName(int provider, int type)
@@ -93,7 +106,8 @@ QString GPSMaps::availabilityHint(int provider) const
 {
     if (provider == Google || provider == Microsoft) {
         if (apiKey(provider).isEmpty())
-            return tr("%1 needs an API key: enter it in the settings or set the environment variable %2.")
+            return tr("%1 needs an API key: enter it under File > Configuration... or set the environment "
+                      "variable %2.")
                 .arg(providerName(provider), QString::fromLatin1(MapEndpoints::keyVariable(provider)));
         return QString();
     }

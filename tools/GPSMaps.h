@@ -47,6 +47,10 @@ public:
     // The type string that goes into requests and file names; empty for a type the provider lacks.
     static QString mapTypeName(int provider, int type);
     static int mapTypeCount(int provider);
+    // The deepest zoom the provider serves (the standard tile server stops at 19).
+    static int maxZoom(int provider);
+    // The credit line its map data asks for on every picture; empty when the images carry their own.
+    static QString attribution(int provider);
 
     // A keyed provider without a key cannot load; the hint says where the key goes.
     bool isProviderAvailable(int provider) const;

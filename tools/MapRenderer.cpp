@@ -1,5 +1,9 @@
 #include "tools/MapRenderer.h"
 
+#include "tools/MapLineRaster.h"
+
+#include <QBuffer>
+#include <QFontMetrics>
 #include <QPainter>
 
 #include <algorithm>
@@ -20,6 +24,32 @@ MapRenderer::View MapRenderer::centredView(int zoom, const QSize &size, const Ma
     view.pos = QPoint(size.width() / 2 - kTileSize / 2, size.height() / 2 - kTileSize / 2);
     view.centre = centre;
     return view;
+}
+
+MapRenderer::View MapRenderer::gridView(int zoom, const QSize &size, const MapsProjection::LatLon &centre)
+{
+    View view = centredView(zoom, size, centre);
+    snapToGrid(view, false);
+    return view;
+}
+
+void MapRenderer::snapToGrid(View &view, bool keepPos)
+{
+    const QPoint anchor = anchorWorld(view);
+    const QPoint snapped(floorDiv(anchor.x(), kTileSize) * kTileSize,
+                         floorDiv(anchor.y(), kTileSize) * kTileSize);
+    view.centre = tileCentre(view.zoom, snapped);
+    if (!keepPos)
+        view.pos += snapped - anchor; // the same world pixel stays at each widget pixel
+}
+
+bool MapRenderer::trackView(MapTrack &track, const QSize &size, int maxZoom, View *view)
+{
+    const Fit whole = fit(track, size);
+    if (!whole.valid)
+        return false;
+    *view = gridView(std::min(whole.zoom, maxZoom), size, whole.centre);
+    return true;
 }
 
 QPoint MapRenderer::anchorWorld(const View &view)
@@ -117,6 +147,14 @@ MapRenderer::Fit MapRenderer::fit(MapTrack &track, const QSize &size)
 void MapRenderer::paint(QPainter &painter, const View &view, const QVector<Tile> &tiles, MapTrack *track,
                         const TrackStyle &style, bool hasCursor, qint64 cursorTime)
 {
+    paintMap(painter, view, tiles, track, style, hasCursor, cursorTime);
+    if (hasCursor)
+        paintCursor(painter, view, track, cursorTime);
+}
+
+void MapRenderer::paintMap(QPainter &painter, const View &view, const QVector<Tile> &tiles, MapTrack *track,
+                           const TrackStyle &style, bool hasCursor, qint64 cursorTime)
+{
     painter.save();
     painter.setRenderHint(QPainter::Antialiasing, true);
     const QPoint topLeft = worldTopLeft(view);
@@ -126,9 +164,14 @@ void MapRenderer::paint(QPainter &painter, const View &view, const QVector<Tile>
         const QRect square(tile.world - topLeft, QSize(kTileSize, kTileSize));
         if (!square.intersects(visible))
             continue;
-        if (tile.image.isNull())
+        if (tile.image.isNull()) {
             painter.fillRect(square, Qt::white);
-        else
+            if (!tile.failure.isEmpty()) {
+                painter.setPen(Qt::darkGray);
+                painter.drawText(square.adjusted(24, 24, -24, -24), Qt::AlignCenter | Qt::TextWordWrap,
+                                 tile.failure);
+            }
+        } else
             painter.drawImage(square.topLeft(), tile.image);
     }
 
@@ -150,31 +193,79 @@ void MapRenderer::paint(QPainter &painter, const View &view, const QVector<Tile>
     if (last > first) {
         QPen pen(style.color, style.width, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin);
         if (style.colored) {
-            // Segment by segment, each in its own colour.
+            // Segment by segment, each in its own colour; those that cannot reach the window are left out.
+            const int reach = int(std::ceil(style.width));
+            const QRect near = visible.adjusted(-reach, -reach, reach, reach);
             for (int i = first; i < last; ++i) {
+                const QPoint a = path.at(i).world - topLeft;
+                const QPoint b = path.at(i + 1).world - topLeft;
+                if (!QRect(a, b).normalized().intersects(near))
+                    continue;
                 pen.setColor(style.stops.colorAt(path.at(i).value));
                 painter.setPen(pen);
-                painter.drawLine(path.at(i).world - topLeft, path.at(i + 1).world - topLeft);
+                painter.drawLine(a, b);
             }
         } else {
             QPolygon line;
             line.reserve(last - first + 1);
             for (int i = first; i <= last; ++i)
                 line.append(path.at(i).world - topLeft);
-            painter.setPen(pen);
-            painter.setBrush(Qt::NoBrush);
-            painter.drawPolyline(line);
+            if (style.width > 0 && MapLineRaster::suits(painter)) {
+                MapLineRaster raster(view.size, style.width);
+                raster.addPolyline(line.constData(), line.size());
+                raster.paint(painter, style.color);
+            } else {
+                painter.setPen(pen);
+                painter.setBrush(Qt::NoBrush);
+                painter.drawPolyline(line);
+            }
         }
     }
 
-    const int at = hasCursor ? track->indexAt(cursorTime) : -1;
-    if (at >= 0) {
-        painter.setPen(QPen(cursorPenColor(), kCursorPenWidth, Qt::SolidLine, Qt::SquareCap, Qt::BevelJoin));
-        painter.setBrush(Qt::white);
-        painter.drawEllipse(QPointF(path.at(at).world - topLeft), kCursorDiameter / 2.0,
-                            kCursorDiameter / 2.0);
-    }
     painter.restore();
+}
+
+void MapRenderer::paintCursor(QPainter &painter, const View &view, MapTrack *track, qint64 cursorTime)
+{
+    if (!track)
+        return;
+    const QVector<MapTrack::Point> &path = track->path(view.zoom);
+    const int at = track->indexAt(cursorTime);
+    if (at < 0 || at >= path.size())
+        return;
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing, true);
+    painter.setPen(QPen(cursorPenColor(), kCursorPenWidth, Qt::SolidLine, Qt::SquareCap, Qt::BevelJoin));
+    painter.setBrush(Qt::white);
+    painter.drawEllipse(QPointF(path.at(at).world - worldTopLeft(view)), kCursorDiameter / 2.0,
+                        kCursorDiameter / 2.0);
+    painter.restore();
+}
+
+void MapRenderer::paintAttribution(QPainter &painter, const QSize &size, const QString &text)
+{
+    if (text.isEmpty())
+        return;
+    painter.save();
+    QFont font = painter.font();
+    font.setPixelSize(11);
+    painter.setFont(font);
+    const QFontMetrics metrics(font);
+    QRect box(QPoint(0, 0), metrics.size(Qt::TextSingleLine, text) + QSize(8, 2));
+    box.moveBottomRight(QPoint(size.width() - 1, size.height() - 1));
+    painter.fillRect(box, QColor(255, 255, 255, 190));
+    painter.setPen(QColor(40, 40, 40));
+    painter.drawText(box, Qt::AlignCenter, text);
+    painter.restore();
+}
+
+QByteArray MapRenderer::encodePng(const QImage &image)
+{
+    QByteArray png;
+    QBuffer buffer(&png);
+    if (image.isNull() || !buffer.open(QIODevice::WriteOnly) || !image.save(&buffer, "PNG"))
+        return QByteArray();
+    return png;
 }
 
 QImage MapRenderer::render(const View &view, const QVector<Tile> &tiles, MapTrack *track,

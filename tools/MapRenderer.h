@@ -25,6 +25,8 @@ public:
     static constexpr int kTileSize = 512;
     static constexpr int kMinZoom = 1;
     static constexpr int kMaxZoom = MapsProjection::kMaxZoom;
+    // A fitted view goes no deeper: a model standing on the ground would fill the picture with one corner.
+    static constexpr int kMaxFitZoom = 18;
     static constexpr int kCursorDiameter = 16;
     static constexpr int kCursorPenWidth = 3;
     static QColor cursorPenColor() { return QColor(79, 108, 171); }
@@ -39,8 +41,9 @@ public:
 
     struct Tile
     {
-        QImage image; // null or not yet arrived: painted white
-        QPoint world; // top-left, in world pixels at the view's zoom
+        QImage image;    // null or not yet arrived: painted white
+        QPoint world;    // top-left, in world pixels at the view's zoom
+        QString failure; // why a white square stays white, written on it
     };
 
     struct TrackStyle
@@ -64,6 +67,15 @@ public:
 
     // The view whose middle shows centre, as a new window starts.
     static View centredView(int zoom, const QSize &size, const MapsProjection::LatLon &centre);
+    // The same picture with the anchor image moved onto the world's own 512-pixel grid, so that a place
+    // has the same images (and cache files) whichever flight is shown around it.
+    static View gridView(int zoom, const QSize &size, const MapsProjection::LatLon &centre);
+    // The anchor moved onto that grid; with keepPos the anchor's widget position stays (a view saved
+    // on the grid), otherwise what is shown stays where it is.
+    static void snapToGrid(View &view, bool keepPos);
+    // The view that shows the whole track as the map window and vexo-log place it: fitted, but no
+    // deeper than maxZoom. False without a position.
+    static bool trackView(MapTrack &track, const QSize &size, int maxZoom, View *view);
 
     // World pixels (at the view's zoom) of the anchor image's top-left and of the widget's top-left.
     static QPoint anchorWorld(const View &view);
@@ -85,6 +97,14 @@ public:
     // position there. Antialiased.
     static void paint(QPainter &painter, const View &view, const QVector<Tile> &tiles, MapTrack *track,
                       const TrackStyle &style, bool hasCursor, qint64 cursorTime);
+    // The same without the marker (the cursor still ends a restricted track), and the marker alone: a
+    // window keeps the first as a picture while the cursor moves.
+    static void paintMap(QPainter &painter, const View &view, const QVector<Tile> &tiles, MapTrack *track,
+                         const TrackStyle &style, bool hasCursor, qint64 cursorTime);
+    static void paintCursor(QPainter &painter, const View &view, MapTrack *track, qint64 cursorTime);
+    // The map data's credit line in the bottom-right corner (nothing for an empty text).
+    static void paintAttribution(QPainter &painter, const QSize &size, const QString &text);
+    static QByteArray encodePng(const QImage &image);
     static QImage render(const View &view, const QVector<Tile> &tiles, MapTrack *track,
                          const TrackStyle &style, bool hasCursor, qint64 cursorTime);
 

@@ -5,6 +5,7 @@
 #include <QVector>
 
 #include <array>
+#include <vector>
 
 class TelemetryVar;
 
@@ -37,18 +38,36 @@ public:
     // yet), is left out.
     void setVariables(const TelemetryVar *latitude, const TelemetryVar *longitude,
                       const TelemetryVar *validity = nullptr, const TelemetryVar *color = nullptr);
-    // The path at this zoom, rebuilt only when the zoom or the latitude's samples changed.
+    // The path at this zoom, rebuilt only when the zoom or the variables' samples changed.
     const QVector<Point> &path(int zoom);
     // Index of the last point at or before t, or -1.
     int indexAt(qint64 t) const;
 
 private:
+    // How many samples a variable had and where they were, to notice a change.
+    struct Source
+    {
+        const void *data = nullptr;
+        int size = -1;
+        bool operator==(const Source &o) const { return data == o.data && size == o.size; }
+    };
+    // A latitude sample and the longitude sample that goes with it (indexes into their variables).
+    struct Position
+    {
+        int latitude;
+        int longitude;
+    };
+    std::array<Source, 4> sources() const;
+    // The positions a path is made of at any zoom: valid, not zero and not the same as the one before.
+    void collectPositions();
+
     const TelemetryVar *m_latitude = nullptr;
     const TelemetryVar *m_longitude = nullptr;
     const TelemetryVar *m_validity = nullptr;
     const TelemetryVar *m_color = nullptr;
+    std::array<Source, 4> m_sources; // of the positions
+    std::vector<Position> m_positions;
     int m_zoom = -1;
-    int m_builtFrom = -1; // latitude samples the path was built from, and where they were
-    const void *m_builtData = nullptr;
     QVector<Point> m_path;
 };
+Q_DECLARE_TYPEINFO(MapTrack::Point, Q_MOVABLE_TYPE);

@@ -38,9 +38,17 @@ MapsProjection::MapsProjection(int zoom, QObject *parent)
 
 QPoint MapsProjection::fromLatLngToPoint(double latitude, double longitude) const
 {
-    const double x = m_originX + longitude * m_pixelsPerDegree;
-    const double y = m_originY - 0.5 * std::log(mercatorRatio(latitude)) * m_pixelsPerRadian;
-    return QPoint(int(roundHalfUp(x)), int(roundHalfUp(y)));
+    return QPoint(pixelX(longitude), pixelY(latitude));
+}
+
+int MapsProjection::pixelX(double longitude) const
+{
+    return int(roundHalfUp(m_originX + longitude * m_pixelsPerDegree));
+}
+
+int MapsProjection::pixelY(double latitude) const
+{
+    return int(roundHalfUp(m_originY - 0.5 * std::log(mercatorRatio(latitude)) * m_pixelsPerRadian));
 }
 
 MapsProjection::LatLon MapsProjection::fromPointToLatLng(double x, double y) const

@@ -28,6 +28,9 @@ public:
 
     // World pixel, each coordinate rounded half up (also below zero). The poles project to a finite y.
     QPoint fromLatLngToPoint(double latitude, double longitude) const;
+    // Its two coordinates alone, for loops that meet the same latitude many times in a row.
+    int pixelX(double longitude) const;
+    int pixelY(double latitude) const;
     LatLon fromPointToLatLng(double x, double y) const;
 
     // The pixel of a position in a window of this size whose middle shows centre. The window's top-left

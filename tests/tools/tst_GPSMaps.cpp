@@ -1,4 +1,5 @@
 #include "tools/GPSMaps.h"
+#include "tools/MapKeys.h"
 
 #include "tests/support/LocalHttpServer.h"
 #include "tests/support/TestFiles.h"
@@ -213,12 +214,21 @@ void tst_GPSMaps::keyedProviderNeedsAKey()
     QVERIFY(r.reason.contains("VEXO_MAP1_KEY"));
     QCOMPARE(m_server->requestCount(), 0);
 
-    // A key from the settings makes it usable, and goes into the request.
+    // A key from the configuration makes it usable, and goes into the request; a damaged keys file is
+    // no key.
     m_server->setReply("/REST/v1/Imagery/Map/Road/50.000000,14.000000/10", Reply::ok(toPng(noise(512, 1))));
-    m_maps->setApiKey(1, "FromSettings");
+    const QString keys[2] = {QString(), " FromSettings "};
+    QString error;
+    QVERIFY2(MapKeys::save(m_data->path(), keys, &error), qPrintable(error));
+    QCOMPARE(QFileInfo(m_data->filePath(MapKeys::fileName())).permissions() &
+                 (QFile::ReadOther | QFile::ReadGroup),
+             QFile::Permissions());
+    m_maps = std::make_unique<GPSMaps>(m_data->path(), m_endpoints);
     QVERIFY(m_maps->isProviderAvailable(1));
     QVERIFY(load(1, 0, 50, 14, 10).ready);
     QCOMPARE(m_server->requests().value(0).query, QByteArray("mapSize=512,512&key=FromSettings"));
+    QVERIFY(writeFile(m_data->filePath(MapKeys::fileName()), "{\"Microsoft\": [1,"));
+    QVERIFY(!GPSMaps(m_data->path(), m_endpoints).isProviderAvailable(1));
 }
 
 void tst_GPSMaps::missIsOneRequestHitIsNone_data()

@@ -122,7 +122,7 @@ void tst_MapRenderer::cursorCircleOverTrackAndTiles()
     blue.fill(QColor(0, 0, 255));
     QVector<MapRenderer::Tile> tiles;
     for (const QPoint &world : MapRenderer::tilePositions(view))
-        tiles.append({blue, world});
+        tiles.append({blue, world, QString()});
     MapRenderer::TrackStyle style;
     style.color = QColor(0, 255, 0);
     const QImage image = MapRenderer::render(view, tiles, &track, style, true, 145);
