@@ -86,13 +86,23 @@ const MapLineRaster::Stamp &MapLineRaster::stamp(int dx, int dy)
     return s;
 }
 
-void MapLineRaster::addPolyline(const QPoint *points, int count)
+void MapLineRaster::addPolyline(const QPoint *points, int count, const unsigned char *colors)
+{
+    if (!colors)
+        return add<false>(points, count, nullptr);
+    if (m_color.empty())
+        m_color.assign(m_mask.size(), 0);
+    add<true>(points, count, colors);
+}
+
+template <bool kColored> void MapLineRaster::add(const QPoint *points, int count, const unsigned char *colors)
 {
     // The loop runs once per segment, hundreds of thousands of times: what it needs is kept in locals.
     const int maxShort = m_maxShort;
     const int margins = 2 * m_margin;
     const size_t stride = size_t(m_stride);
     unsigned char *const mask = m_mask.data();
+    unsigned char *const indexes = m_color.data();
     int left = m_left;
     int top = m_top;
     int right = m_right;
@@ -107,22 +117,38 @@ void MapLineRaster::addPolyline(const QPoint *points, int count)
         const int y = a.y() + std::min(0, dy);
         if (std::abs(dx) > maxShort || std::abs(dy) > maxShort || x < 0 || y < 0 ||
             x + kStampSide > m_stride || y + std::abs(dy) + margins > m_rows) {
-            addLong(a.x(), a.y(), points[k].x(), points[k].y());
+            addLong(a.x(), a.y(), points[k].x(), points[k].y(), kColored ? colors[k - 1] : 0);
             continue;
         }
         const Stamp &s = stamp(dx, dy);
         const int first = s.first;
         const int end = s.first + s.count;
-        unsigned char *to = mask + size_t(y + first) * stride + size_t(x);
+        const size_t offset = size_t(y + first) * stride + size_t(x);
+        unsigned char *to = mask + offset;
+        unsigned char *index = kColored ? indexes + offset : nullptr;
+        const unsigned char color = kColored ? colors[k - 1] : 0;
         for (int j = first; j < end; ++j, to += stride) {
 #ifdef __SSE2__
             const __m128i row = _mm_load_si128(reinterpret_cast<const __m128i *>(s.rows[j]));
             auto *at = reinterpret_cast<__m128i *>(to);
-            _mm_storeu_si128(at, _mm_max_epu8(_mm_loadu_si128(at), row));
+            const __m128i max = _mm_max_epu8(_mm_loadu_si128(at), row);
+            _mm_storeu_si128(at, max);
+            if (kColored) {
+                // The stamp's colour where its coverage is the new maximum, the old one elsewhere.
+                const __m128i wins = _mm_cmpeq_epi8(max, row);
+                auto *was = reinterpret_cast<__m128i *>(index);
+                _mm_storeu_si128(was, _mm_or_si128(_mm_and_si128(wins, _mm_set1_epi8(char(color))),
+                                                   _mm_andnot_si128(wins, _mm_loadu_si128(was))));
+            }
 #else
-            for (int i = 0; i < kStampSide; ++i)
+            for (int i = 0; i < kStampSide; ++i) {
+                if (kColored && s.rows[j][i] >= to[i])
+                    index[i] = color;
                 to[i] = std::max(to[i], s.rows[j][i]);
+            }
 #endif
+            if (kColored)
+                index += stride;
         }
         left = std::min(left, x);
         top = std::min(top, y + first);
@@ -135,7 +161,7 @@ void MapLineRaster::addPolyline(const QPoint *points, int count)
     m_bottom = std::max(m_bottom, bottom);
 }
 
-void MapLineRaster::addLong(double ax, double ay, double bx, double by)
+void MapLineRaster::addLong(double ax, double ay, double bx, double by, unsigned char color)
 {
     // Only the part within the margin of the area can cover an area pixel (Liang-Barsky clipping): a
     // jump across the world costs no more than one across the window.
@@ -177,9 +203,12 @@ void MapLineRaster::addLong(double ax, double ay, double bx, double by)
         if (left > right || top > bottom)
             continue;
         for (int y = top; y <= bottom; ++y) {
-            unsigned char *row = m_mask.data() + size_t(y) * size_t(m_stride);
+            const size_t offset = size_t(y) * size_t(m_stride);
+            unsigned char *row = m_mask.data() + offset;
             for (int x = left; x <= right; ++x) {
                 const unsigned char c = coverage(distanceToSegment(x - m + 0.5, y - m + 0.5, cx, cy, ex, ey));
+                if (c >= row[x] && !m_color.empty())
+                    m_color[offset + size_t(x)] = color;
                 row[x] = std::max(row[x], c);
             }
         }
@@ -192,12 +221,6 @@ void MapLineRaster::addLong(double ax, double ay, double bx, double by)
 
 void MapLineRaster::paint(QPainter &painter, const QColor &color) const
 {
-    const int left = std::max(m_left, m_margin);
-    const int top = std::max(m_top, m_margin);
-    const int right = std::min(m_right, m_margin + m_area.width());
-    const int bottom = std::min(m_bottom, m_margin + m_area.height());
-    if (left >= right || top >= bottom)
-        return;
     // The colour at each of the 256 coverages, premultiplied as the image wants it.
     const QRgb premultiplied = qPremultiply(color.rgba());
     QRgb shades[256];
@@ -206,6 +229,42 @@ void MapLineRaster::paint(QPainter &painter, const QColor &color) const
         shades[a] = qRgba(scale(qRed(premultiplied)), scale(qGreen(premultiplied)),
                           scale(qBlue(premultiplied)), scale(qAlpha(premultiplied)));
     }
+    paintRows(painter, [&](size_t at, int width, QRgb *to) {
+        const unsigned char *from = m_mask.data() + at;
+        for (int x = 0; x < width; ++x)
+            to[x] = shades[from[x]];
+    });
+}
+
+void MapLineRaster::paint(QPainter &painter, const std::array<QRgb, 256> &palette) const
+{
+    if (m_color.empty())
+        return paint(painter, QColor::fromRgba(palette[0]));
+    std::array<QRgb, 256> premultiplied;
+    std::transform(palette.begin(), palette.end(), premultiplied.begin(),
+                   [](QRgb c) { return qPremultiply(c); });
+    paintRows(painter, [&](size_t at, int width, QRgb *to) {
+        for (int x = 0; x < width; ++x) {
+            // All four channels times coverage / 255, two at a time, rounded as the one colour's shades.
+            const quint32 a = m_mask[at + size_t(x)];
+            const QRgb c = premultiplied[m_color[at + size_t(x)]];
+            quint32 rb = (c & 0xff00ff) * a + 0x800080;
+            quint32 ag = ((c >> 8) & 0xff00ff) * a + 0x800080;
+            rb = ((rb + ((rb >> 8) & 0xff00ff)) >> 8) & 0xff00ff;
+            ag = (ag + ((ag >> 8) & 0xff00ff)) & 0xff00ff00;
+            to[x] = rb | ag;
+        }
+    });
+}
+
+void MapLineRaster::paintRows(QPainter &painter, const std::function<void(size_t, int, QRgb *)> &row) const
+{
+    const int left = std::max(m_left, m_margin);
+    const int top = std::max(m_top, m_margin);
+    const int right = std::min(m_right, m_margin + m_area.width());
+    const int bottom = std::min(m_bottom, m_margin + m_area.height());
+    if (left >= right || top >= bottom)
+        return;
     // A track is a thin line through a mostly empty box: only runs of blocks with something in them
     // are turned into images and blended.
     constexpr int kBlock = 64;
@@ -228,12 +287,9 @@ void MapLineRaster::paint(QPainter &painter, const QColor &color) const
             while (x1 < right && !blockEmpty(x1, y0, y1))
                 x1 = std::min(right, x1 + kBlock);
             QImage image(x1 - x0, y1 - y0, QImage::Format_ARGB32_Premultiplied);
-            for (int y = y0; y < y1; ++y) {
-                const unsigned char *from = m_mask.data() + size_t(y) * size_t(m_stride) + size_t(x0);
-                auto *to = reinterpret_cast<QRgb *>(image.scanLine(y - y0));
-                for (int x = 0; x < x1 - x0; ++x)
-                    to[x] = shades[from[x]];
-            }
+            for (int y = y0; y < y1; ++y)
+                row(size_t(y) * size_t(m_stride) + size_t(x0), x1 - x0,
+                    reinterpret_cast<QRgb *>(image.scanLine(y - y0)));
             painter.drawImage(QPoint(x0 - m_margin, y0 - m_margin), image);
             x0 = x1 - kBlock; // the block after the run is known to be empty or past the end
         }

@@ -7,12 +7,37 @@
 #include <QPainter>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <vector>
 
 namespace {
 int floorDiv(int a, int b)
 {
     return a >= 0 ? a / b : -((-a + b - 1) / b);
+}
+
+// A coloured track drawn through the raster takes its colours from 256 evenly over the outer stops' span:
+// a value's colour is quantised to 1/255 of that span; beyond the span and for NaN, the end colours.
+std::array<QRgb, 256> palette(const MapTrack::ColorStops &stops)
+{
+    std::array<QRgb, 256> colors;
+    const double span = stops.values[2] - stops.values[0];
+    for (int i = 1; i < 255; ++i)
+        colors[size_t(i)] = stops.colorAt(stops.values[0] + span * i / 255).rgba();
+    colors[0] = stops.colors[0].rgba();
+    colors[255] = stops.colors[2].rgba();
+    return colors;
+}
+
+unsigned char paletteIndex(const MapTrack::ColorStops &stops, double value)
+{
+    if (!(value > stops.values[0]))
+        return 0;
+    if (value >= stops.values[2])
+        return 255;
+    return static_cast<unsigned char>(
+        std::lround((value - stops.values[0]) / (stops.values[2] - stops.values[0]) * 255));
 }
 } // namespace
 
@@ -191,34 +216,38 @@ void MapRenderer::paintMap(QPainter &painter, const View &view, const QVector<Ti
                     path.cbegin());
     }
     if (last > first) {
+        QPolygon line;
+        line.reserve(last - first + 1);
+        for (int i = first; i <= last; ++i)
+            line.append(path.at(i).world - topLeft);
         QPen pen(style.color, style.width, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin);
-        if (style.colored) {
+        if (style.width > 0 && MapLineRaster::suits(painter)) {
+            MapLineRaster raster(view.size, style.width);
+            if (style.colored) {
+                std::vector<unsigned char> colors(size_t(line.size()));
+                for (int i = first; i <= last; ++i)
+                    colors[size_t(i - first)] = paletteIndex(style.stops, path.at(i).value);
+                raster.addPolyline(line.constData(), line.size(), colors.data());
+                raster.paint(painter, palette(style.stops));
+            } else {
+                raster.addPolyline(line.constData(), line.size());
+                raster.paint(painter, style.color);
+            }
+        } else if (style.colored) {
             // Segment by segment, each in its own colour; those that cannot reach the window are left out.
             const int reach = int(std::ceil(style.width));
             const QRect near = visible.adjusted(-reach, -reach, reach, reach);
-            for (int i = first; i < last; ++i) {
-                const QPoint a = path.at(i).world - topLeft;
-                const QPoint b = path.at(i + 1).world - topLeft;
-                if (!QRect(a, b).normalized().intersects(near))
+            for (int i = 0; i + 1 < line.size(); ++i) {
+                if (!QRect(line.at(i), line.at(i + 1)).normalized().intersects(near))
                     continue;
-                pen.setColor(style.stops.colorAt(path.at(i).value));
+                pen.setColor(style.stops.colorAt(path.at(first + i).value));
                 painter.setPen(pen);
-                painter.drawLine(a, b);
+                painter.drawLine(line.at(i), line.at(i + 1));
             }
         } else {
-            QPolygon line;
-            line.reserve(last - first + 1);
-            for (int i = first; i <= last; ++i)
-                line.append(path.at(i).world - topLeft);
-            if (style.width > 0 && MapLineRaster::suits(painter)) {
-                MapLineRaster raster(view.size, style.width);
-                raster.addPolyline(line.constData(), line.size());
-                raster.paint(painter, style.color);
-            } else {
-                painter.setPen(pen);
-                painter.setBrush(Qt::NoBrush);
-                painter.drawPolyline(line);
-            }
+            painter.setPen(pen);
+            painter.setBrush(Qt::NoBrush);
+            painter.drawPolyline(line);
         }
     }
 

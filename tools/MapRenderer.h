@@ -53,7 +53,8 @@ public:
         // Only the last restrictSeconds up to the cursor (or the track's end without one).
         bool restrict = false;
         double restrictSeconds = 0;
-        // Each segment in the colour of its first point's value.
+        // Each segment in the colour of its first point's value (quantised to 1/255 of the span from the
+        // first stop's value to the last's where the painter lets the track be drawn as an image).
         bool colored = false;
         MapTrack::ColorStops stops;
     };

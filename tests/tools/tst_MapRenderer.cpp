@@ -3,6 +3,7 @@
 #include "tools/MapRenderer.h"
 #include "tools/MapsProjection.h"
 
+#include <QPainter>
 #include <QtTest>
 
 #include <cmath>
@@ -19,6 +20,8 @@ private slots:
     void fitZoom_data();
     void fitZoom();
     void cursorCircleOverTrackAndTiles();
+    void coloredTrack_data();
+    void coloredTrack();
 };
 
 void tst_MapRenderer::tileGrid_data()
@@ -151,6 +154,69 @@ void tst_MapRenderer::cursorCircleOverTrackAndTiles()
     // No position at the cursor time: no circle.
     const QImage early = MapRenderer::render(view, tiles, &track, MapRenderer::TrackStyle(), true, 50);
     QVERIFY(early.pixelColor(c + QPoint(8, 0)) != pen);
+}
+
+void tst_MapRenderer::coloredTrack_data()
+{
+    QTest::addColumn<int>("scale");
+    QTest::newRow("drawn as an image") << 1;
+    QTest::newRow("stroked, painter scaled") << 2;
+}
+
+void tst_MapRenderer::coloredTrack()
+{
+    QFETCH(int, scale);
+    // Five positions going east along 50 deg north, 0.0001 deg (9.3 px at zoom 17) apart but for a
+    // longer step of 0.0005 deg, so that short and long segments are both drawn; the colour variable
+    // starts after the first position, then reads 34, 187 and 1000.
+    const int east[] = {0, 100, 600, 700, 800};
+    TelemetryVar lat(1, 1, QStringLiteral("Lat"), QString());
+    TelemetryVar lon(1, 2, QStringLiteral("Lon"), QString());
+    TelemetryVar speed(1, 3, QStringLiteral("Speed"), QString());
+    for (int i = 0; i < 5; ++i) {
+        lat.append(raw(1, 6, 50000000, 100 + 10 * i));
+        lon.append(raw(1, 6, 14000000 + east[i], 100 + 10 * i));
+    }
+    for (int i = 0; i < 3; ++i)
+        speed.append(sample(110 + 10 * i, QVector<int>{34, 187, 1000}.at(i)));
+    MapTrack track;
+    track.setVariables(&lat, &lon, nullptr, &speed);
+    const MapRenderer::View view = MapRenderer::centredView(17, QSize(260, 60), LatLon{50.0, 14.0004});
+    MapRenderer::TrackStyle style;
+    style.stops.colors = {QColor(0, 0, 0), QColor(170, 85, 0), QColor(255, 255, 255)};
+    style.stops.values = {0, 85, 255};
+    const auto draw = [&] {
+        QImage image(view.size * scale, QImage::Format_ARGB32_Premultiplied);
+        image.fill(QColor(0, 0, 255));
+        QPainter painter(&image);
+        painter.scale(scale, scale);
+        MapRenderer::paintMap(painter, view, {}, &track, style, false, 0);
+        return image;
+    };
+    // No value yet: the first colour; 34 is 0.4 of the way to the middle stop, 187 0.6 of the way on
+    // from it; 1000 is past the last stop.
+    const QColor colors[] = {QColor(0, 0, 0), QColor(68, 34, 0), QColor(221, 187, 153),
+                             QColor(255, 255, 255)};
+    const auto middle = [&](int i) {
+        return (MapRenderer::toWidget(view, 50.0, 14.0 + east[i] * 1e-6) +
+                MapRenderer::toWidget(view, 50.0, 14.0 + east[i + 1] * 1e-6)) /
+               2 * scale;
+    };
+    style.colored = true;
+    const QImage colored = draw();
+    for (int i = 0; i < 4; ++i)
+        QCOMPARE(colored.pixelColor(middle(i)), colors[i]);
+    if (scale == 1) {
+        // The row below the line's lower edge is half covered: 128/255 of (68, 34, 0) over the blue.
+        const QColor half = colored.pixelColor(middle(1) + QPoint(0, 1));
+        QVERIFY2(std::abs(half.red() - 34) <= 1 && std::abs(half.green() - 17) <= 1 &&
+                     std::abs(half.blue() - 127) <= 1,
+                 qPrintable(half.name()));
+    }
+    style.colored = false;
+    const QImage plain = draw();
+    for (int i = 0; i < 4; ++i)
+        QCOMPARE(plain.pixelColor(middle(i)), style.color);
 }
 
 QTEST_MAIN(tst_MapRenderer)

@@ -71,6 +71,9 @@ WidgetMaps::WidgetMaps(TelemetryData *store, const QString &dataFolder, const Ma
     m_redrawTimer.setSingleShot(true);
     m_redrawTimer.setInterval(kRedrawIntervalMs);
     connect(&m_redrawTimer, &QTimer::timeout, this, [this] {
+        // A live GPS is known as one only once its first positions arrived.
+        if (bindFirstGps())
+            return;
         refreshTrack();
         placeView();
         followTrack();
