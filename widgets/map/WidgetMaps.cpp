@@ -596,6 +596,9 @@ void WidgetMaps::paintAll(QPainter &painter)
             MapRenderer::paintAttribution(layer, size(), GPSMaps::attribution(provider()));
         } else {
             QString text = tr("Drag a GPS sensor here from the sensor list to show its flight path.");
+            if (!m_trackBound && MapSettings::isSet(m_settings.latitude) && sensorList() &&
+                !sensorList()->isEmpty())
+                text = tr("The GPS this map shows is not in this log.\n") + text;
             if (m_trackBound)
                 text = m_store && m_store->isLogging() ? tr("Waiting for a GPS position...")
                                                        : tr("This log holds no GPS position.");
