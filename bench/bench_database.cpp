@@ -24,11 +24,6 @@
 using namespace BenchUtil;
 
 namespace {
-double median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
-}
 
 QByteArray sha1(const QByteArray &data)
 {

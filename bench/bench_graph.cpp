@@ -31,38 +31,6 @@ constexpr int kVariables = 8;
 constexpr qint32 kPeriodMs = 20; // 50 Hz
 const QSize kSize(1920, 1080);
 
-double median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
-}
-
-// The machine may be shared: the thread's own CPU time shows the work without the waiting.
-double cpuMs()
-{
-    timespec t;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-    return t.tv_sec * 1e3 + t.tv_nsec / 1e6;
-}
-
-struct Timing
-{
-    std::vector<double> wall;
-    std::vector<double> cpu;
-
-    void add(const std::function<void()> &work)
-    {
-        const double c = cpuMs();
-        wall.push_back(msOf(work));
-        cpu.push_back(cpuMs() - c);
-    }
-    void print(const char *what) const
-    {
-        std::printf("  %-48s %7.2f ms  (CPU %6.2f ms, best %6.2f ms)\n", what, median(wall), median(cpu),
-                    *std::min_element(cpu.begin(), cpu.end()));
-    }
-};
-
 // Flight-like signals: slow trends, manoeuvres and sensor noise, in the raw forms devices send.
 TelemetryDataPackage makeFlight(int samples)
 {

@@ -34,11 +34,6 @@ qint64 naiveRead(const QString &path)
     return sum;
 }
 
-double median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
-}
 } // namespace
 
 int main(int argc, char *argv[])

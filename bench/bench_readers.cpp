@@ -109,12 +109,6 @@ QByteArray makeVml(qint64 bytes)
     return out;
 }
 
-double median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v[v.size() / 2];
-}
-
 bool writeFile(const QString &path, const QByteArray &bytes)
 {
     QFile f(path);
