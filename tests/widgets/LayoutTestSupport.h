@@ -4,6 +4,8 @@
 #include "tests/support/ScriptedPrompter.h"
 #include "widgets/layout/LayoutJsonReader.h"
 #include "widgets/layout/LayoutJsonValue.h"
+#include "widgets/layout/LayoutJsonWriter.h"
+#include "widgets/layout/SerializableWidget.h"
 #include "widgets/layout/WidgetContainer.h"
 #include "widgets/layout/WidgetManager.h"
 #include "widgets/layout/WindowHub.h"
@@ -63,6 +65,16 @@ inline QList<WidgetContainer *> leavesOf(WidgetContainer *container)
     for (WidgetContainer *child : container->childContainers())
         leaves += leavesOf(child);
     return leaves;
+}
+
+// A window's own object as a layout keeps it.
+inline QByteArray saved(SerializableWidget &window, quint8 flag)
+{
+    LayoutJsonWriter writer;
+    writer.beginObject();
+    window.save(writer, flag);
+    writer.endObject();
+    return writer.data();
 }
 
 inline LayoutJsonValue parsed(const QByteArray &json)

@@ -53,15 +53,6 @@ TelemetryDataPackage longFixture()
     return p;
 }
 
-QByteArray saved(WidgetDataTable &window, quint8 flag)
-{
-    LayoutJsonWriter writer;
-    writer.beginObject();
-    window.save(writer, flag);
-    writer.endObject();
-    return writer.data();
-}
-
 bool loadInto(WidgetDataTable &window, const QByteArray &json)
 {
     return window.load(parsed(json)) == 0;

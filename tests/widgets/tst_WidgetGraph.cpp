@@ -64,15 +64,6 @@ TelemetryDataPackage flight()
     return p;
 }
 
-QByteArray saved(WidgetGraph &graph, quint8 flag)
-{
-    LayoutJsonWriter writer;
-    writer.beginObject();
-    graph.save(writer, flag);
-    writer.endObject();
-    return writer.data();
-}
-
 QByteArray itemText(const GraphItem &item)
 {
     LayoutJsonWriter writer;

@@ -75,15 +75,6 @@ QRect penBox(const QImage &image)
     return box;
 }
 
-QByteArray saved(WidgetMaps &map, quint8 flag)
-{
-    LayoutJsonWriter writer;
-    writer.beginObject();
-    map.save(writer, flag);
-    writer.endObject();
-    return writer.data();
-}
-
 QStringList keysOf(const QByteArray &json)
 {
     QStringList keys;
