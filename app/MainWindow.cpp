@@ -20,6 +20,7 @@
 #include "telemetry/LogFileWriter.h"
 #include "telemetry/TelemetryData.h"
 #include "tools/MapKeys.h"
+#include "tools/NewsFeed.h"
 #include "widgets/graph/WidgetGraph.h"
 #include "widgets/graph/WidgetGraphExport.h"
 #include "widgets/layout/Prompter.h"
@@ -29,6 +30,9 @@
 #include "widgets/map/WidgetMaps.h"
 #include "widgets/models/DialogLoadLog.h"
 #include "widgets/models/WidgetModel.h"
+#include "widgets/news/WidgetRSS.h"
+#include "widgets/quick/WidgetDial.h"
+#include "widgets/quick/WidgetValuesQuick.h"
 #include "widgets/sensors/DialogKMLExport.h"
 #include "widgets/sensors/WidgetLogSensors.h"
 #include "widgets/table/WidgetDataTable.h"
@@ -177,6 +181,15 @@ void MainWindow::registerWindows()
             return map;
         },
         &WidgetMaps::wire);
+    m_manager->registerWindow(
+        WindowTypes::key(WindowTypes::Dial), [](WidgetManager *m) { return new WidgetDial(m->telemetry()); },
+        &WidgetDial::wire);
+    m_manager->registerWindow(
+        WindowTypes::key(WindowTypes::Values),
+        [](WidgetManager *m) { return new WidgetValuesQuick(m->telemetry()); }, &WidgetValuesQuick::wire);
+    m_manager->registerWindow(
+        WindowTypes::key(WindowTypes::RSS),
+        [](WidgetManager *) { return new WidgetRSS(NewsFeed::configuredUrl()); }, &WidgetRSS::wire);
     m_manager->registerWindow(
         WindowTypes::key(WindowTypes::Models),
         [this](WidgetManager *) {

@@ -3,6 +3,9 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QOpenGLContext>
+#include <QQuickWindow>
+#include <QSGRendererInterface>
 
 #ifdef Q_OS_WIN
 #include <QOperatingSystemVersion>
@@ -45,6 +48,15 @@ void StartupOptions::applyOpenGl(OpenGl choice)
         QCoreApplication::setAttribute(Qt::AA_UseDesktopOpenGL);
         break;
     }
+}
+
+void StartupOptions::chooseSceneGraph(OpenGl choice)
+{
+    if (!qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND") || !qEnvironmentVariableIsEmpty("QMLSCENE_DEVICE"))
+        return; // the user chose
+    QOpenGLContext probe;
+    if (choice == OpenGl::Software || !probe.create())
+        QQuickWindow::setSceneGraphBackend(QSGRendererInterface::Software);
 }
 
 void StartupOptions::disableFaultDialog()

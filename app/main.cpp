@@ -5,6 +5,7 @@
 #include "telemetry/TelemetryMetaTypes.h"
 #include "widgets/layout/Prompter.h"
 #include "widgets/layout/WidgetManager.h"
+#include "widgets/quick/SceneAnimationDriver.h"
 
 #include <QApplication>
 
@@ -29,6 +30,8 @@ int main(int argc, char *argv[])
     StartupOptions::disableFaultDialog();
 
     QApplication app(argc, argv);
+    StartupOptions::chooseSceneGraph(StartupOptions::openGlChoice(arguments));
+    SceneAnimationDriver::installFor(30);
     QApplication::setOrganizationName(QStringLiteral("Vexo"));
     QApplication::setApplicationName(QStringLiteral("Vexo Studio"));
     QApplication::setApplicationVersion(QString::fromLatin1(AppSettings::kVersion));

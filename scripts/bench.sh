@@ -18,5 +18,7 @@ QT_LOGGING_RULES="*.debug=false" "$here/build-release/bench/bench_studio" "$here
 "$here/build-release/bench/bench_readers" 100
 "$here/build-release/bench/bench_graph"
 "$here/build-release/bench/bench_table"
+"$here/build-release/bench/bench_news"
 "$here/scripts/bench-record.sh" "$here/build-release" 20
 "$here/build-release/bench/bench_map"
+QT_LOGGING_RULES="*.debug=false" "$here/build-release/bench/bench_quick"

@@ -6,6 +6,8 @@
 #include <QTimer>
 #include <QUrl>
 
+#include <memory>
+
 namespace {
 QByteArray reasonPhrase(int status)
 {
@@ -163,11 +165,19 @@ void LocalHttpServer::answer(QTcpSocket *socket, const Reply &reply)
     QByteArray head =
         "HTTP/1.1 " + QByteArray::number(reply.status) + ' ' + reasonPhrase(reply.status) + "\r\n";
     head += "Content-Type: " + reply.contentType + "\r\n";
-    head += "Content-Length: " + QByteArray::number(reply.body.size()) + "\r\n";
+    const bool flooding = reply.fault == Reply::Flood || reply.fault == Reply::FloodUnsized;
+    if (reply.fault != Reply::FloodUnsized)
+        head +=
+            "Content-Length: " + QByteArray::number(flooding ? reply.floodBytes : reply.body.size()) + "\r\n";
     head += "Connection: close\r\n";
     for (const auto &h : reply.headers)
         head += h.first + ": " + h.second + "\r\n";
     head += "\r\n";
+    if (flooding) {
+        socket->write(head);
+        flood(socket, reply);
+        return;
+    }
     const bool faulty = reply.fault != Reply::None;
     socket->write(head + (faulty ? reply.body.left(reply.faultAfter) : reply.body));
     socket->flush();
@@ -175,6 +185,28 @@ void LocalHttpServer::answer(QTcpSocket *socket, const Reply &reply)
         return;
     done(socket);
     socket->disconnectFromHost();
+}
+
+void LocalHttpServer::flood(QTcpSocket *socket, const Reply &reply)
+{
+    QByteArray chunk = reply.body.isEmpty() ? QByteArray(1, ' ') : reply.body;
+    while (chunk.size() < 64 * 1024)
+        chunk += chunk;
+    auto left = std::make_shared<qint64>(reply.floodBytes);
+    const auto pump = [this, socket, chunk, left] {
+        while (*left > 0 && socket->bytesToWrite() < 256 * 1024) {
+            const QByteArray piece = chunk.left(int(qMin<qint64>(chunk.size(), *left)));
+            socket->write(piece);
+            *left -= piece.size();
+        }
+        if (*left == 0) {
+            *left = -1;
+            done(socket);
+            socket->disconnectFromHost();
+        }
+    };
+    connect(socket, &QTcpSocket::bytesWritten, socket, pump);
+    pump();
 }
 
 void LocalHttpServer::done(QTcpSocket *socket)

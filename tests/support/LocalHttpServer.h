@@ -24,7 +24,11 @@ public:
         {
             None,
             Stall, // send the headers and faultAfter body bytes, then nothing while the connection stays open
-            Cut    // send the headers and faultAfter body bytes, then close (Content-Length still says all)
+            Cut,   // send the headers and faultAfter body bytes, then close (Content-Length still says all)
+            // body repeated until floodBytes are sent, written only as fast as the client reads, so a test
+            // can send far more than it holds; Flood declares the length, FloodUnsized ends by closing
+            Flood,
+            FloodUnsized
         };
         int status = 200;
         QByteArray contentType = "application/octet-stream";
@@ -33,6 +37,7 @@ public:
         int delayMs = 0;
         Fault fault = None;
         int faultAfter = 0;
+        qint64 floodBytes = 0;
 
         static Reply ok(const QByteArray &body, const QByteArray &contentType = "application/octet-stream");
         static Reply error(int status, const QByteArray &body, const QByteArray &contentType = "text/html");
@@ -75,6 +80,7 @@ signals:
 private:
     void onReadyRead(QTcpSocket *socket);
     void answer(QTcpSocket *socket, const Reply &reply);
+    void flood(QTcpSocket *socket, const Reply &reply);
     void done(QTcpSocket *socket);
 
     QTcpServer *m_server;
