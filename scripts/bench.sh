@@ -19,6 +19,7 @@ QT_LOGGING_RULES="*.debug=false" "$here/build-release/bench/bench_studio" "$here
 "$here/build-release/bench/bench_graph"
 "$here/build-release/bench/bench_table"
 "$here/build-release/bench/bench_news"
+"$here/build-release/bench/bench_expression"
 "$here/scripts/bench-record.sh" "$here/build-release" 20
 "$here/build-release/bench/bench_map"
 QT_LOGGING_RULES="*.debug=false" "$here/build-release/bench/bench_quick"
