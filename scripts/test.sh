@@ -12,6 +12,6 @@ jobs=$(nproc)
 if [ "${VEXO_SKIP_SANITIZERS:-0}" != "1" ]; then
     "$here/scripts/setup.sh" "$here/build-asan" -DCMAKE_BUILD_TYPE=Debug -DVEXO_SANITIZE=ON -DVEXO_BUILD_BENCH=OFF
     (cd "$here/build-asan" && ASAN_OPTIONS=detect_leaks=1:fast_unwind_on_malloc=0 \
-        LSAN_OPTIONS=suppressions="$here/tests/lsan.supp" UBSAN_OPTIONS=print_stacktrace=1 \
+        LSAN_OPTIONS=suppressions="$here/tests/lsan.supp":print_suppressions=0 UBSAN_OPTIONS=print_stacktrace=1 \
         ctest --output-on-failure -j "$jobs")
 fi

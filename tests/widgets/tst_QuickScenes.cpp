@@ -1,5 +1,6 @@
 #include "widgets/quick/SensorModel.h"
 
+#include <QApplication>
 #include <QMimeData>
 #include <QQmlContext>
 #include <QQuickItem>
@@ -259,7 +260,8 @@ void tst_QuickScenes::valuesRows()
 int main(int argc, char **argv)
 {
     qputenv("QT_QUICK_BACKEND", "software");
-    QGuiApplication app(argc, argv);
+    // A widgets application, as in the studio (the test helpers for mouse events expect one).
+    QApplication app(argc, argv);
     tst_QuickScenes test;
     return QTest::qExec(&test, argc, argv);
 }
