@@ -1,4 +1,5 @@
 #include "app/AppSettings.h"
+#include "app/ConsolePrompter.h"
 #include "app/MainWindow.h"
 #include "app/StartupOptions.h"
 #include "database/Logger.h"
@@ -60,6 +61,7 @@ int main(int argc, char *argv[])
     settings.load(QDir(AppSettings::dataFolder()).filePath(AppSettings::fileName()));
     int result = 0;
     {
+        ConsolePrompter console; // outlives the window that may use it
         MainWindow window(&settings, &logger);
         const QString log =
             StartupOptions::firstLogArgument(arguments, QCoreApplication::applicationDirPath());
@@ -67,6 +69,9 @@ int main(int argc, char *argv[])
         // machine without a display, and for the documentation).
         const int shotArg = arguments.indexOf(QStringLiteral("--screenshot"));
         const QString shotPath = shotArg >= 0 ? arguments.value(shotArg + 1) : QString();
+        // Nobody answers a box in a screenshot run: boxes go to standard error, answered with their default.
+        if (!shotPath.isEmpty())
+            window.setPrompter(&console);
         if (!shotPath.isEmpty()) {
             // Windows that fetch something (map images) say so by their "loading" property; the picture
             // waits for them, at most 10 s.

@@ -17,6 +17,9 @@ void SceneAnimationDriver::installFor(int framesPerSecond)
         return;
     installed = new SceneAnimationDriver(framesPerSecond, QCoreApplication::instance());
     installed->install();
+    // Handed back while the animation timers still exist; at the application's end it would be too late.
+    QObject::connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, installed,
+                     [] { installed->uninstall(); });
 }
 
 qint64 SceneAnimationDriver::elapsed() const
