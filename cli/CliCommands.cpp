@@ -3,6 +3,7 @@
 
 #include "cli/CliSupport.h"
 #include "cli/DbCommands.h"
+#include "cli/DevdefCommand.h"
 #include "cli/JsonDump.h"
 #include "cli/KmlCommand.h"
 #include "cli/LiveCommands.h"
@@ -42,7 +43,10 @@ const char kUsage[] =
     "  map FILE --lat D:P --lon D:P [--zoom Z] [--provider N --type T] --size WxH OUT.png\n"
     "                         the GPS track of FILE over the map, as the map window draws it\n"
     "  csv|xlsx FILE --period MS [--mode hold|smooth|valid] --var D:P[:U] ... OUT\n"
-    "                         the data table of FILE as CSV or an Excel workbook\n";
+    "                         the data table of FILE as CSV or an Excel workbook\n"
+    "  devdef compile SRC... OUT | devdef dump FILE\n"
+    "                         check device definition sources and pack them into a\n"
+    "                         definitions file (Devices.bin), or print one back as source\n";
 
 struct Context
 {
@@ -214,6 +218,7 @@ int CliCommands::run(const QStringList &arguments, std::FILE *out, std::FILE *er
         {QStringLiteral("map"), [](const Context &c) { return MapCommand::run(c.args, c.out, c.err); }},
         {QStringLiteral("csv"), [](const Context &c) { return TableCommands::csv(c.args, c.out, c.err); }},
         {QStringLiteral("xlsx"), [](const Context &c) { return TableCommands::xlsx(c.args, c.out, c.err); }},
+        {QStringLiteral("devdef"), [](const Context &c) { return DevdefCommand::run(c.args, c.out, c.err); }},
     };
     Context c{arguments.mid(1), out, err, QString()};
     const auto it = commands.find(arguments.at(0));

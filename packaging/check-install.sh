@@ -1,12 +1,11 @@
 #!/bin/sh
 # Installs the current build into a temporary prefix and checks what a desktop finds there: the
-# programs, the desktop entry that opens logs, its icon, and the file types it names.
-# Usage: check-install.sh CMAKE BUILD-DIR SOURCE-DIR DEVICES-BIN
+# programs, the device definitions, the desktop entry that opens logs, its icon, and the file types it names.
+# Usage: check-install.sh CMAKE BUILD-DIR SOURCE-DIR
 set -eu
 cmake=$1
 build=$2
 source=$3
-devices=$4
 prefix=$(mktemp -d)
 trap 'rm -rf "$prefix"' EXIT
 fail() {
@@ -23,11 +22,8 @@ share/applications/vexo-studio.desktop
 share/icons/hicolor/256x256/apps/vexo-studio.png
 share/icons/hicolor/48x48/apps/vexo-studio.png
 share/icons/hicolor/scalable/apps/vexo-studio.svg
-share/mime/packages/vexo-studio.xml"
-if [ -f "$devices" ]; then
-    expected="$expected
+share/mime/packages/vexo-studio.xml
 share/vexo-studio/Devices/Devices.bin"
-fi
 expected=$(printf '%s\n' "$expected" | LC_ALL=C sort)
 actual=$(cd "$prefix" && find . ! -type d | sed 's|^\./||' | LC_ALL=C sort)
 if [ "$actual" != "$expected" ]; then
@@ -41,6 +37,9 @@ done
 # The installed companion works away from the build tree (and from the user's data folder).
 HOME="$prefix/home" XDG_DATA_HOME="$prefix/home/data" "$prefix/bin/vexo-log" info \
     "$source/samples/sample-flight.log" >/dev/null || fail "the installed vexo-log cannot read the sample"
+HOME="$prefix/home" XDG_DATA_HOME="$prefix/home/data" "$prefix/bin/vexo-log" devdef dump \
+    "$prefix/share/vexo-studio/Devices/Devices.bin" >/dev/null ||
+    fail "the installed device definitions do not load"
 rm -rf "$prefix/home"
 
 desktop="$prefix/share/applications/vexo-studio.desktop"
