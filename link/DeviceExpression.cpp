@@ -340,16 +340,17 @@ DeviceExpression DeviceExpression::label(const QString &text)
             if (!Parser(e, text.constData() + i + 1, text.constData() + split).parse())
                 return e;
             field.end = e.m_ops.size();
-            const QString spec = text.mid(split + 1, close - split - 1);
-            const QRegularExpressionMatch m = format.match(spec);
+            const QString fieldFormat = text.mid(split + 1, close - split - 1);
+            const QRegularExpressionMatch m = format.match(fieldFormat);
             if (split < close) {
-                field.integer = QStringLiteral("diuxXo").contains(spec.back());
+                field.integer = QStringLiteral("diuxXo").contains(fieldFormat.back());
                 if (!m.hasMatch() || m.capturedRef(1).toInt() > 64 || m.capturedRef(2).toInt() > 20 ||
-                    (spec.contains(QLatin1Char('#')) && QStringLiteral("diu").contains(spec.back()))) {
-                    e.fail(QStringLiteral("bad format '%1'").arg(spec));
+                    (fieldFormat.contains(QLatin1Char('#')) &&
+                     QStringLiteral("diu").contains(fieldFormat.back()))) {
+                    e.fail(QStringLiteral("bad format '%1'").arg(fieldFormat));
                     return e;
                 }
-                field.format = spec.toLatin1();
+                field.format = fieldFormat.toLatin1();
                 if (field.integer)
                     field.format.insert(field.format.size() - 1, "ll");
             }
