@@ -1,5 +1,6 @@
 #include "tools/GPSMaps.h"
 
+#include "tools/GuardedGet.h"
 #include "tools/MapKeys.h"
 
 #include <QBuffer>
@@ -144,15 +145,6 @@ QString GPSMaps::cacheFileName(int tileX, int tileY, int zoom) const
 int GPSMaps::clearCache(QString *error)
 {
     return m_cache.clear(error);
-}
-
-QString GPSMaps::userAgent() const
-{
-    QString name = QCoreApplication::applicationName().simplified().replace(' ', '-');
-    if (name.isEmpty())
-        name = QStringLiteral("Vexo-Studio");
-    const QString version = QCoreApplication::applicationVersion();
-    return version.isEmpty() ? name : name + '/' + version;
 }
 
 QString GPSMaps::staticMapUrl() const
@@ -325,51 +317,29 @@ void GPSMaps::stitch()
 
 void GPSMaps::startFetch(const QString &url, int piece)
 {
-    QNetworkRequest request{QUrl(url)};
-    request.setHeader(QNetworkRequest::UserAgentHeader, userAgent());
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
-    request.setMaximumRedirectsAllowed(5);
-    QNetworkReply *reply = m_network->get(request);
+    QNetworkReply *reply = GuardedGet::start(
+        m_network, QUrl(url), this, m_silenceMs, m_downloadLimit,
+        [this](QNetworkReply *r, const QByteArray &bytes) -> qint64 {
+            const auto it = m_fetches.find(r);
+            if (it == m_fetches.end())
+                return -1;
+            it->data += bytes;
+            return it->data.size();
+        },
+        [this](QNetworkReply *r, GuardedGet::Stop why) {
+            const auto it = m_fetches.find(r);
+            if (it == m_fetches.end() || !it->failure.isEmpty())
+                return;
+            it->failure =
+                why == GuardedGet::Stop::Silence
+                    ? tr("The map server sent nothing for %1 s.").arg(QString::number(m_silenceMs / 1000.0))
+                    : tr("The map image is larger than %1 kB.").arg(m_downloadLimit / 1024);
+        });
     Fetch fetch;
     fetch.piece = piece;
     m_fetches.insert(reply, fetch);
-
-    auto *silence = new QTimer(reply);
-    silence->setSingleShot(true);
-    silence->start(m_silenceMs);
-    connect(silence, &QTimer::timeout, this, [this, reply] {
-        const auto it = m_fetches.find(reply);
-        if (it == m_fetches.end())
-            return;
-        it->failure = tr("The map server sent nothing for %1 s.").arg(QString::number(m_silenceMs / 1000.0));
-        reply->abort();
-    });
-    auto alive = [silence, this] { silence->start(m_silenceMs); };
-    connect(reply, &QNetworkReply::metaDataChanged, this, [this, reply, alive] {
-        alive();
-        const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
-        const auto it = m_fetches.find(reply);
-        if (it != m_fetches.end() && length.isValid() && length.toLongLong() > m_downloadLimit) {
-            it->failure = tr("The map image is larger than %1 kB.").arg(m_downloadLimit / 1024);
-            reply->abort();
-        }
-    });
-    connect(reply, &QNetworkReply::redirected, this, [alive](const QUrl &to) {
-        alive();
-        qDebug() << "must go to:" << to.toString(QUrl::RemoveQuery);
-    });
-    connect(reply, &QIODevice::readyRead, this, [this, reply, alive] {
-        alive();
-        const auto it = m_fetches.find(reply);
-        if (it == m_fetches.end())
-            return;
-        it->data += reply->readAll();
-        // abort() finishes the reply at once: nothing may touch the entry after it.
-        if (it->data.size() > m_downloadLimit && it->failure.isEmpty()) {
-            it->failure = tr("The map image is larger than %1 kB.").arg(m_downloadLimit / 1024);
-            reply->abort();
-        }
-    });
+    connect(reply, &QNetworkReply::redirected, this,
+            [](const QUrl &to) { qDebug() << "must go to:" << to.toString(QUrl::RemoveQuery); });
     connect(reply, &QNetworkReply::finished, this, [this, reply] { onFinished(reply); });
 }
 

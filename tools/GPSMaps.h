@@ -107,7 +107,6 @@ private:
     QString staticMapUrl() const;
     QString tileUrl(int zoom, int x, int y) const;
     QString apiKey(int provider) const;
-    QString userAgent() const;
 
     void startStatic();
     void startStitching();

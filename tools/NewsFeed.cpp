@@ -1,5 +1,7 @@
 #include "tools/NewsFeed.h"
 
+#include "tools/GuardedGet.h"
+
 #include <QBuffer>
 #include <QCoreApplication>
 #include <QDebug>
@@ -29,15 +31,6 @@ QString escapeText(QString text)
     return text.replace('<', QLatin1String("&lt;"))
         .replace('>', QLatin1String("&gt;"))
         .replace('"', QLatin1String("&quot;"));
-}
-
-QString userAgent()
-{
-    QString name = QCoreApplication::applicationName().simplified().replace(' ', '-');
-    if (name.isEmpty())
-        name = QStringLiteral("Vexo-Studio");
-    const QString version = QCoreApplication::applicationVersion();
-    return version.isEmpty() ? name : name + '/' + version;
 }
 
 QString kilobytes(qint64 bytes)
@@ -208,49 +201,28 @@ bool NewsFeed::fetch(const QUrl &url)
 
 QNetworkReply *NewsFeed::get(const QUrl &url, qint64 limit, const QUrl &image)
 {
-    QNetworkRequest request(url);
-    request.setHeader(QNetworkRequest::UserAgentHeader, userAgent());
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::NoLessSafeRedirectPolicy);
-    request.setMaximumRedirectsAllowed(5);
-    QNetworkReply *reply = m_network->get(request);
+    QNetworkReply *reply = GuardedGet::start(
+        m_network, url, this, m_silenceMs, limit,
+        [this](QNetworkReply *r, const QByteArray &bytes) -> qint64 {
+            const auto it = m_fetches.find(r);
+            if (it == m_fetches.end())
+                return -1;
+            it->data += bytes;
+            return it->data.size();
+        },
+        [this](QNetworkReply *r, GuardedGet::Stop why) {
+            const auto it = m_fetches.find(r);
+            if (it == m_fetches.end() || !it->failure.isEmpty())
+                return;
+            it->failure =
+                why == GuardedGet::Stop::Silence
+                    ? tr("The server sent nothing for %1 s.").arg(QString::number(m_silenceMs / 1000.0))
+                    : tr("The reply is larger than %1 kB.").arg(kilobytes(it->limit));
+        });
     Fetch fetch;
     fetch.limit = limit;
     fetch.image = image;
     m_fetches.insert(reply, fetch);
-
-    auto *silence = new QTimer(reply);
-    silence->setSingleShot(true);
-    silence->start(m_silenceMs);
-    connect(silence, &QTimer::timeout, this, [this, reply] {
-        const auto it = m_fetches.find(reply);
-        if (it == m_fetches.end())
-            return;
-        it->failure = tr("The server sent nothing for %1 s.").arg(QString::number(m_silenceMs / 1000.0));
-        reply->abort();
-    });
-    const auto tooLarge = [this, reply](qint64 bytes) {
-        const auto it = m_fetches.find(reply);
-        if (it == m_fetches.end() || bytes <= it->limit || !it->failure.isEmpty())
-            return;
-        it->failure = tr("The reply is larger than %1 kB.").arg(kilobytes(it->limit));
-        // abort() finishes the reply at once: nothing may touch the entry after it.
-        reply->abort();
-    };
-    connect(reply, &QNetworkReply::metaDataChanged, this, [this, reply, silence, tooLarge] {
-        silence->start(m_silenceMs);
-        const QVariant length = reply->header(QNetworkRequest::ContentLengthHeader);
-        if (length.isValid())
-            tooLarge(length.toLongLong());
-    });
-    connect(reply, &QNetworkReply::redirected, silence, [this, silence] { silence->start(m_silenceMs); });
-    connect(reply, &QIODevice::readyRead, this, [this, reply, silence, tooLarge] {
-        silence->start(m_silenceMs);
-        const auto it = m_fetches.find(reply);
-        if (it == m_fetches.end())
-            return;
-        it->data += reply->readAll();
-        tooLarge(it->data.size());
-    });
     connect(reply, &QNetworkReply::errorOccurred, this, [reply](QNetworkReply::NetworkError code) {
         qDebug() << "news reply error" << code << reply->url().toString(QUrl::RemoveUserInfo);
     });
