@@ -7,6 +7,7 @@
 #include <QtTest>
 
 #include "tests/support/LocalHttpServer.h"
+#include "tests/support/MapTestSupport.h"
 #include "tests/support/TestFiles.h"
 #include "tools/MapsProjection.h"
 
@@ -24,7 +25,6 @@ const char kFlight[] = "# Hand-made\n# \n"
                        "000002500;0000100000;1;9;0;0\n";
 
 const QColor kTileColor(10, 120, 30);
-const QColor kCursorPen(79, 108, 171);
 
 struct Run
 {
@@ -54,18 +54,6 @@ Run runMap(const QStringList &args, const QString &dataHome, const QString &tile
     return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1, p.readAllStandardError()};
 }
 
-// Pixels drawn exactly in the marker's pen colour, as a box.
-QRect penBox(const QImage &image)
-{
-    QRect box;
-    for (int y = 0; y < image.height(); ++y) {
-        for (int x = 0; x < image.width(); ++x) {
-            if (image.pixelColor(x, y) == kCursorPen)
-                box |= QRect(x, y, 1, 1);
-        }
-    }
-    return box;
-}
 } // namespace
 
 class tst_VexoLogMap : public QObject
@@ -124,7 +112,7 @@ void tst_VexoLogMap::fitsTheTrackAndCachesTheMap()
     const QPoint first = projection.toWidget(50.125, 14.42, middle, QSize(300, 200));
     const QPoint last = projection.toWidget(50.126, 14.421, middle, QSize(300, 200));
     QVERIFY(std::abs(first.x() - 103) <= 1 && std::abs(first.y() - 173) <= 1); // 150 -/+ 93/2, 100 + 145.5/2
-    const QRect ring = penBox(image);
+    const QRect ring = mapCursorBox(image);
     QVERIFY2(std::abs(ring.center().x() - first.x()) <= 1 && std::abs(ring.center().y() - first.y()) <= 1,
              qPrintable(QStringLiteral("ring %1,%2").arg(ring.center().x()).arg(ring.center().y())));
     QVERIFY(ring.width() >= 17 && ring.width() <= 20);

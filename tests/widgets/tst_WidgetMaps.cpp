@@ -2,6 +2,7 @@
 #include "telemetry/MemorySensorTable.h"
 #include "telemetry/TelemetryData.h"
 #include "tests/support/LocalHttpServer.h"
+#include "tests/support/MapTestSupport.h"
 #include "tests/support/TestFiles.h"
 #include "tests/support/VexoLogRunner.h"
 #include "widgets/layout/LayoutJsonValue.h"
@@ -22,7 +23,6 @@
 
 namespace {
 const QColor kTileColor(10, 120, 30);
-const QColor kCursorPen(79, 108, 171);
 const QSize kWindow(400, 300);
 
 // Device 1 "GPS": latitude, longitude (packed degrees and thousandths of minutes) and altitude; device 2
@@ -61,18 +61,6 @@ QPoint worldPixel(double lat, double lon, int z)
     const double s = std::sin(lat * M_PI / 180);
     return QPoint(int(std::floor(size / 2 + lon * size / 360 + 0.5)),
                   int(std::floor(size / 2 - 0.5 * std::log((1 + s) / (1 - s)) * size / (2 * M_PI) + 0.5)));
-}
-
-QRect penBox(const QImage &image)
-{
-    QRect box;
-    for (int y = 0; y < image.height(); ++y) {
-        for (int x = 0; x < image.width(); ++x) {
-            if (image.pixelColor(x, y) == kCursorPen)
-                box |= QRect(x, y, 1, 1);
-        }
-    }
-    return box;
 }
 
 QStringList keysOf(const QByteArray &json)
@@ -296,7 +284,7 @@ void tst_WidgetMaps::pictureMatchesVexoLogAndCursor()
     const QPoint topLeft = worldPixel(map->view().centre.latitude, map->view().centre.longitude, z) -
                            QPoint(256, 256) - map->mapPos();
     const QPoint expected = worldPixel(lat, lon, z) - topLeft;
-    const QRect ring = penBox(picture);
+    const QRect ring = mapCursorBox(picture);
     QVERIFY2((ring.center() - expected).manhattanLength() <= 2,
              qPrintable(QStringLiteral("ring %1,%2 expected %3,%4")
                             .arg(ring.center().x())
