@@ -18,12 +18,15 @@ struct Device
     quint8 extensionCount = 0;
     quint8 kind = 0;
     QString name;
-    quint8 extra1 = 0; // identification answer offsets 23 and 24
+    // Identification answer offsets 23 and 24: the firmware version, major and minor.
+    quint8 extra1 = 0;
     quint8 extra2 = 0;
     quint16 silence = 0;       // ticks since the last answer carrying this identifier
     quint16 keepAliveWait = 0; // ms until the next keep-alive
     quint8 flags = 0;
 
+    int firmwareMajor() const { return extra1; }
+    int firmwareMinor() const { return extra2; }
     QString identifierText() const { return QString::number(identifier, 16).toUpper(); }
 };
 Q_DECLARE_METATYPE(Device)

@@ -303,7 +303,7 @@ bool SourceReader::parameter(const QJsonObject &o, const QString &where, DeviceP
               item) ||
         !integer(o, QStringLiteral("id"), 0, DeviceExpression::kMaxParam, &p->id, item) ||
         !text(o, QStringLiteral("name"), &p->name, item) ||
-        !integer(o, QStringLiteral("address"), 0, 0xFFFF, &address, item) ||
+        !integer(o, QStringLiteral("address"), 0, DeviceCommand::kAddressBase - 1, &address, item) ||
         !integer(o, QStringLiteral("size"), 1, 4, &p->size, item) ||
         !boolean(o, QStringLiteral("signed"), &p->isSigned, item) ||
         !integer(o, QStringLiteral("decimals"), 0, 9, &p->decimals, item) ||
@@ -332,7 +332,7 @@ bool SourceReader::command(const QJsonObject &o, const QString &where, DeviceCom
                 {QStringLiteral("id"), QStringLiteral("text"), QStringLiteral("flags"),
                  QStringLiteral("value")},
                 {QStringLiteral("id"), QStringLiteral("text")}, where) &&
-           integer(o, QStringLiteral("id"), 0, 0xFFFF, &c->id, where) &&
+           integer(o, QStringLiteral("id"), 0, DeviceCommand::kMaxId, &c->id, where) &&
            text(o, QStringLiteral("text"), &c->text, where) &&
            integer(o, QStringLiteral("flags"), 0, 0xFFFF, &c->flags, where) &&
            integer(o, QStringLiteral("value"), INT_MIN, INT_MAX, &c->value, where);

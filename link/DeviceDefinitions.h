@@ -75,11 +75,18 @@ struct DeviceCommand
     {
         Confirm = 4 // the user is asked before the command runs
     };
+    // A command is run by writing its value to an address of its own, above every register: the device
+    // answers with that address, which the master takes as the confirmation.
+    static constexpr int kAddressBase = 0xF000;
+    static constexpr int kMaxId = 0x0FFF;
+    static constexpr int kValueSize = 2; // bytes of the value written, little-endian
 
     int id = 0;
     QString text;
     int flags = 0;
     int value = 0;
+
+    quint16 address() const { return quint16(kAddressBase + id); }
 
     bool operator==(const DeviceCommand &o) const
     {
@@ -98,6 +105,11 @@ struct DeviceDefinition
     QVector<DevicePage> pages; // the first one is the start page
     QVector<DeviceCommand> commands;
 
+    // True when firmware major.minor is older than these definitions need.
+    bool needsNewerFirmware(int major, int minor) const
+    {
+        return major < firmwareMajor || (major == firmwareMajor && minor < firmwareMinor);
+    }
     const DeviceParameter *parameter(int id) const;
     const DevicePage *page(int id) const;
     const DeviceCommand *command(int id) const;

@@ -90,7 +90,7 @@ bool LxBusProtocol::hasOutstandingReadWrite(quint32 deviceId) const
     return hasOutstanding(LxFrame::kTypeRead, deviceId) || hasOutstanding(LxFrame::kTypeWrite, deviceId);
 }
 
-bool LxBusProtocol::queueRead(quint32 deviceId, const quint8 *data, int count, quint8 limit)
+bool LxBusProtocol::queueRead(quint32 deviceId, const quint8 *data, int count, quint8 limit, int *packetId)
 {
     // One read or write per device at a time: the device answers one request per frame.
     if (count < 0 || count > kMaxReadData || hasOutstandingReadWrite(deviceId))
@@ -106,10 +106,13 @@ bool LxBusProtocol::queueRead(quint32 deviceId, const quint8 *data, int count, q
     if (slot < 0)
         return false;
     logDump("Read packet:  ", m_slots[slot].data, m_slots[slot].length);
+    if (packetId)
+        *packetId = m_slots[slot].data[0];
     return true;
 }
 
-bool LxBusProtocol::queueWrite(quint32 deviceId, quint8 flags, const quint8 *data, int count, quint8 limit)
+bool LxBusProtocol::queueWrite(quint32 deviceId, quint8 flags, const quint8 *data, int count, quint8 limit,
+                               int *packetId)
 {
     if (count < 0 || count > kMaxWriteData || hasOutstandingReadWrite(deviceId))
         return false;
@@ -125,7 +128,22 @@ bool LxBusProtocol::queueWrite(quint32 deviceId, quint8 flags, const quint8 *dat
     if (slot < 0)
         return false;
     logDump("Write packet: ", m_slots[slot].data, m_slots[slot].length);
+    if (packetId)
+        *packetId = m_slots[slot].data[0];
     return true;
+}
+
+LxBusProtocol::RequestState LxBusProtocol::takeRequest(int packetId, quint8 type)
+{
+    for (Slot &s : m_slots) {
+        if (s.length == 0 || s.state == Free || s.data[0] != packetId || s.data[1] != type)
+            continue;
+        if (s.state == Waiting)
+            return RequestState::Waiting;
+        freeSlot(s);
+        return RequestState::Answered;
+    }
+    return RequestState::Gone;
 }
 
 bool LxBusProtocol::queueRaw(const quint8 *bytes, int count, quint8 limit)
@@ -187,10 +205,11 @@ void LxBusProtocol::processAnswer(const quint8 *payload, int length)
             freeSlot(*slot);
             return;
         }
-        // Read answers carry groups right after the identifier; write answers echo the flag byte first.
-        const int groups = payload[1] == LxFrame::kTypeRead ? 7 : 8;
-        if (length > groups)
-            parameterGroups(payload + groups, length - groups, payload[1] == LxFrame::kTypeRead);
+        if (readU32(payload + 3) == m_active.deviceId && m_active.deviceId != 0) {
+            const int groups = groupsOffset(*slot, payload, length);
+            if (length > groups)
+                parameterGroups(payload + groups, length - groups, payload[1] == LxFrame::kTypeRead);
+        }
         break;
     }
     case LxFrame::kTypeChannels:
@@ -211,6 +230,25 @@ void LxBusProtocol::processAnswer(const quint8 *payload, int length)
     slot->state = Answered;
 }
 
+// Read answers carry their groups right after the identifier. Write answers of our devices echo the
+// flag byte first; a device that leaves it out is understood too: the first group must then begin at
+// a register the device has, or at a command address.
+int LxBusProtocol::groupsOffset(const Slot &request, const quint8 *payload, int length) const
+{
+    if (payload[1] == LxFrame::kTypeRead)
+        return 7;
+    const auto knownAt = [&](int offset) {
+        if (length - offset < 3)
+            return false;
+        const quint16 address = quint16(payload[offset] | (payload[offset + 1] << 8));
+        return m_active.indexOf(address) >= 0 ||
+               (request.length >= 11 && address == quint16(request.data[8] | (request.data[9] << 8)));
+    };
+    if (request.length >= 8 && payload[7] == request.data[7] && knownAt(8))
+        return 8;
+    return knownAt(7) ? 7 : 8;
+}
+
 void LxBusProtocol::parameterGroups(const quint8 *data, int length, bool isRead)
 {
     int pos = 0;
@@ -227,15 +265,7 @@ void LxBusProtocol::parameterGroups(const quint8 *data, int length, bool isRead)
         const int end = std::min(length, pos + count);
         while (pos < end && index < m_active.params.size()) {
             DevParam &p = m_active.params[index++];
-            qint32 value = 0;
-            if ((p.width == 1 || p.width == 2 || p.width == 4) && pos + p.width <= end) {
-                for (int b = p.width - 1; b >= 0; --b)
-                    value = qint32((quint32(value) << 8) | data[pos + b]);
-                if (p.width == 1)
-                    value = qint8(value);
-                else if (p.width == 2)
-                    value = qint16(value);
-            }
+            const qint32 value = pos + p.width <= end ? p.fromBytes(data + pos) : 0;
             pos += std::max<int>(1, p.width);
             if (isRead) {
                 p.value = value;

@@ -47,8 +47,20 @@ public:
     // Forgets every request in flight (the line speed or mode changed); the device table stays.
     void reset();
 
-    bool queueRead(quint32 deviceId, const quint8 *data, int count, quint8 limit);
-    bool queueWrite(quint32 deviceId, quint8 flags, const quint8 *data, int count, quint8 limit);
+    // packetId, when given, receives the id the request goes out with.
+    bool queueRead(quint32 deviceId, const quint8 *data, int count, quint8 limit, int *packetId = nullptr);
+    bool queueWrite(quint32 deviceId, quint8 flags, const quint8 *data, int count, quint8 limit,
+                    int *packetId = nullptr);
+    // Where a queued read or write stands: still waiting, answered (its values are in the active device's
+    // parameters; the slot is freed by this call), or gone (sent as often as allowed without an answer,
+    // or answered by the wrong device).
+    enum class RequestState
+    {
+        Waiting,
+        Answered,
+        Gone
+    };
+    RequestState takeRequest(int packetId, quint8 type);
     // For @, : and P requests; byte 0 (the packet id) is assigned here.
     bool queueRaw(const quint8 *bytes, int count, quint8 limit);
 
@@ -87,6 +99,7 @@ private:
     bool hasOutstanding(quint8 type, quint32 deviceId) const;
     void freeSlot(Slot &slot) { slot = Slot(); }
     void identificationAnswer(Slot &slot, const quint8 *payload, int length);
+    int groupsOffset(const Slot &request, const quint8 *payload, int length) const;
     void parameterGroups(const quint8 *data, int length, bool isRead);
     void resetSilence(quint32 identifier);
     void requestExpired(const Slot &slot);

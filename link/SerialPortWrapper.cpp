@@ -45,13 +45,16 @@ constexpr qint64 kTelemetryBatchMs = 20;
 
 SerialPortWrapper::SerialPortWrapper(LinkClock *clock, QObject *parent)
     : QObject(parent), m_ownClock(clock ? nullptr : std::make_unique<SystemLinkClock>()),
-      m_clock(clock ? clock : m_ownClock.get()), m_search(m_clock), m_protocol(this), m_receiver(this)
+      m_clock(clock ? clock : m_ownClock.get()), m_search(m_clock), m_protocol(this),
+      m_engine(&m_protocol, this), m_receiver(this)
 {
     registerLinkMetaTypes();
     std::fill(std::begin(m_channels), std::end(m_channels), LxFrame::kChannelCentre);
     m_readBuffer.resize(4096);
     connect(&m_protocol, &LxBusProtocol::commandConfirmed, this, &SerialPortWrapper::LxBusCommandConfirmed);
     connect(&m_protocol, &LxBusProtocol::valuesLoaded, this, &SerialPortWrapper::LxBusValuesLoaded);
+    connect(&m_engine, &DeviceParameterEngine::writeFinished, this, &SerialPortWrapper::LxBusWriteFinished);
+    connect(&m_engine, &DeviceParameterEngine::error, this, &SerialPortWrapper::LxBusError);
 }
 
 SerialPortWrapper::~SerialPortWrapper()
@@ -463,6 +466,7 @@ void SerialPortWrapper::sendMasterFrame(qint64 now)
         return;
     const int elapsed = int(std::min<qint64>(now - m_lastFrameStep, 60000));
     m_lastFrameStep = now;
+    m_engine.tick(elapsed);
     m_protocol.tick(elapsed);
     int requestLength = 0;
     const quint8 *request = m_protocol.nextDueRequest(&requestLength);
@@ -568,39 +572,27 @@ void SerialPortWrapper::selectMode(int mode)
 void SerialPortWrapper::setActiveDevice(const DeviceSettings &properties)
 {
     QMutexLocker lock(&m_mutex);
-    m_protocol.setActiveDevice(properties);
+    m_engine.setActive(properties);
 }
 
-// Writes every parameter of the active device whose value differs from the one last confirmed, in runs
-// of consecutive addresses that fit one request.
-void SerialPortWrapper::LxBusDeviceWrite()
+void SerialPortWrapper::LxBusDeviceRead()
 {
     QMutexLocker lock(&m_mutex);
-    DeviceSettings &s = m_protocol.activeDevice();
-    QByteArray data;
-    for (DevParam &p : s.params) {
-        if (p.loaded && p.confirmed && p.value == p.sent)
-            continue;
-        if (data.size() + 3 + p.width > LxBusProtocol::kMaxWriteData)
-            break;
-        data.append(char(p.address & 0xFF)).append(char(p.address >> 8)).append(char(p.width));
-        for (int b = 0; b < p.width; ++b)
-            data.append(char(quint32(p.value) >> (8 * b)));
-        p.sent = p.value;
-        p.confirmed = false;
-    }
-    if (!data.isEmpty() &&
-        !m_protocol.queueWrite(s.deviceId, 0, reinterpret_cast<const quint8 *>(data.constData()), data.size(),
-                               5))
-        emit LxBusError(tr("LX Bus: Error writing device"));
+    m_engine.readAll();
 }
 
-void SerialPortWrapper::LxBusDeviceExecCommand(quint16 paramAddr, quint8 size)
+void SerialPortWrapper::LxBusDeviceWrite(const DevParamVector &params)
 {
     QMutexLocker lock(&m_mutex);
-    const quint8 data[3] = {quint8(paramAddr & 0xFF), quint8(paramAddr >> 8), size};
-    if (!m_protocol.queueWrite(m_protocol.activeDevice().deviceId, 1, data, 3, 5))
-        emit LxBusError(tr("LX Bus: Error writing device"));
+    const QString refused = m_engine.write(params);
+    if (!refused.isEmpty())
+        emit LxBusError(refused);
+}
+
+bool SerialPortWrapper::LxBusDeviceExecCommand(int address, int value, int size, int flags)
+{
+    QMutexLocker lock(&m_mutex);
+    return m_engine.command(address, value, size, flags);
 }
 
 void SerialPortWrapper::setUpdateMode(bool enabled)

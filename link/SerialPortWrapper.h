@@ -1,5 +1,6 @@
 #pragma once
 
+#include "link/DeviceParameterEngine.h"
 #include "link/DeviceSettings.h"
 #include "link/DriveScanner.h"
 #include "link/JoystickReader.h"
@@ -85,7 +86,11 @@ signals:
     void telemetryReceived(const QByteArray &data);
     void portOpenedStatus(bool status);
     void percentageChanged(int value);
+    // The active device's parameters after every read answer (the `loaded` marks show how far it got).
     void LxBusValuesLoaded(const DevParamVector &params);
+    // A write has ended: the parameters written, each read back (`value`) beside what was sent (`sent`);
+    // `confirmed` when the device holds what was sent, `loaded` false when it could not be read back.
+    void LxBusWriteFinished(const DevParamVector &params);
     void LxBusCommandConfirmed(quint16 addr);
     void detectedUpdateInfo(const QString &info);
     void detectedJoysticks(const JoystickVector &joysticks);
@@ -96,9 +101,18 @@ public slots:
     void readResponse();
     int setSerialPort(const QString &name);
     void findDefaultSerialPort();
+    // The device the parameter engine works on; reading all its parameters starts at once. A device
+    // identifier of 0 ends the work on the previous one.
     void setActiveDevice(const DeviceSettings &properties);
-    void LxBusDeviceWrite();
-    void LxBusDeviceExecCommand(quint16 paramAddr, quint8 size);
+    // Reads every parameter of the active device again.
+    void LxBusDeviceRead();
+    // Writes these parameters (matched by address) to the active device, then reads them back. Nothing
+    // is sent when any value is read-only, unknown or outside its limits: LxBusError says why.
+    void LxBusDeviceWrite(const DevParamVector &params);
+    // Runs a device command: the value (size bytes) written to the command's address with the given
+    // flag byte. False when the device is busy with another request (the caller retries); the device's
+    // confirmation arrives as LxBusCommandConfirmed.
+    bool LxBusDeviceExecCommand(int address, int value, int size, int flags);
     void setUpdateMode(bool enabled);
     void setVBMMode(bool enabled);
     void setRGPSMode(bool enabled);
@@ -159,6 +173,7 @@ private:
     bool m_answerFreedLine = false;
     QString m_lastError;
     LxBusProtocol m_protocol;
+    DeviceParameterEngine m_engine;
     LxReceiver m_receiver;
     QByteArray m_readBuffer;
     quint8 m_frame[LxFrame::kMaxMasterFrame];

@@ -165,9 +165,10 @@ void tst_BusSimulator::answerAtTheEdges_data()
         QTest::newRow(name) << to(0x26, type, vario, hex(asked)) << controller
                             << to(0x26, type, vario, hex(told));
     };
-    // The first four registers hold the identifier, the others their own offset.
-    row("read two groups", 'W', "100004 170002", false, "100004 04a44000 170002 0708");
-    row("read clipped at the end of the map", 'W', "2e0008", true, "2e0002 1e1f");
+    // The vario's registers: identifier, hardware, kind, a spare byte, then its settings from 0x18
+    // (climb threshold 5) and zeros past them.
+    row("read two groups", 'W', "100004 170002", false, "100004 04a44000 170002 0005");
+    row("read clipped at the end of the map", 'W', "2e0008", true, "2e0002 0000");
     row("read of a command address ends the answer", 'W', "000102 100001", false, "000100");
     row("write echoes what was stored", 'T', "00 180002 aabb", false, "00 180002 aabb");
     row("write with flag 3 only frees the slot", 'T', "03 180002 aabb", true, "");

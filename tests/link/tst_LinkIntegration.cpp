@@ -3,66 +3,13 @@
 #include "link/SerialLink.h"
 #include "link/TelemetryDecoder.h"
 #include "telemetry/TelemetryData.h"
-#include "tests/support/BusSimulator.h"
+#include "tests/support/LinkRig.h"
 
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QSignalSpy>
 #include <QTimer>
 #include <QtTest>
-
-namespace {
-// A rig: simulator, transport, decoder and a recording store.
-struct Rig
-{
-    BusSimulator sim;
-    TelemetryData store;
-    TelemetryDecoder decoder{&store};
-    SerialLink link;
-    bool ok = false;
-
-    Rig()
-    {
-        decoder.setBatchInterval(0);
-        QObject::connect(link.wrapper(), &SerialPortWrapper::telemetryReceived, &decoder,
-                         &TelemetryDecoder::decode);
-        QString error;
-        if (!sim.start(&error))
-            return;
-        link.start();
-        store.setLogging(true);
-        const QString path = sim.portPath();
-        QMetaObject::invokeMethod(
-            link.wrapper(), [&] { ok = link.wrapper()->setSerialPort(path) == 0; },
-            Qt::BlockingQueuedConnection);
-    }
-    // Devices found on the bus, not counting extensions still waiting for their own answer.
-    int namedDevices()
-    {
-        int n = 0;
-        for (const Device &d : link.wrapper()->devices())
-            n += d.identifier != 0 ? 1 : 0;
-        return n;
-    }
-};
-
-// Waits for a condition while serving events as they come: the simulator lives on this thread and must
-// answer promptly (QTest::qWait sleeps between passes).
-template <typename Pred> bool waitFor(Pred pred, int timeoutMs)
-{
-    QElapsedTimer t;
-    t.start();
-    while (!pred()) {
-        if (t.elapsed() > timeoutMs)
-            return false;
-        QEventLoop loop;
-        QTimer::singleShot(20, &loop, &QEventLoop::quit);
-        loop.exec();
-    }
-    return true;
-}
-
-} // namespace
 
 class tst_LinkIntegration : public QObject
 {
@@ -71,7 +18,6 @@ private slots:
     void initTestCase() { registerLinkMetaTypes(); }
     void devicesAndExtensionsFound();
     void telemetryMatchesWhatWasSent();
-    void readsAndWritesAnswered();
     void noiseAndBadCrcSurvived();
     void unplugReportedOnce();
 };
@@ -137,34 +83,6 @@ void tst_LinkIntegration::telemetryMatchesWhatWasSent()
     }
     // Nothing goes missing on a clean line.
     QVERIFY2(stored * 100 >= offered * 95, qPrintable(QStringLiteral("%1 of %2").arg(stored).arg(offered)));
-}
-
-void tst_LinkIntegration::readsAndWritesAnswered()
-{
-    Rig rig;
-    QVERIFY(rig.ok);
-    QVERIFY(waitFor([&] { return rig.namedDevices() > 0; }, 20000));
-    const BusSimulator::Unit &unit = rig.sim.units().constFirst();
-    DeviceSettings settings;
-    settings.deviceId = unit.identifier;
-    for (int i = 0; i < 5; ++i)
-        settings.params.append({quint16(BusSimulator::kRegisterBase + i), quint8(i < 4 ? 1 : 2)});
-    QMetaObject::invokeMethod(
-        rig.link.wrapper(), [&] { rig.link.wrapper()->setActiveDevice(settings); },
-        Qt::BlockingQueuedConnection);
-    QSignalSpy loaded(rig.link.wrapper(), &SerialPortWrapper::LxBusValuesLoaded);
-    const QByteArray read = QByteArray::fromHex("100006");
-    QVERIFY(rig.link.wrapper()->queueRead(unit.identifier, read, 5));
-    QVERIFY(waitFor([&] { return loaded.count() > 0; }, 10000));
-    const DevParamVector values = loaded.last().at(0).value<DevParamVector>();
-    const QByteArray regs = rig.sim.registers(unit.identifier);
-    for (int i = 0; i < 4; ++i)
-        QCOMPARE(values.at(i).value, qint32(qint8(regs.at(i))));
-    QCOMPARE(values.at(4).value, qint32(qint16(quint8(regs.at(4)) | (quint8(regs.at(5)) << 8))));
-    // A write lands in the device's registers.
-    QVERIFY(rig.link.wrapper()->queueWrite(unit.identifier, 0, QByteArray::fromHex("120002abcd"), 5));
-    QVERIFY(waitFor(
-        [&] { return rig.sim.registers(unit.identifier).mid(2, 2) == QByteArray::fromHex("abcd"); }, 10000));
 }
 
 void tst_LinkIntegration::noiseAndBadCrcSurvived()

@@ -395,7 +395,14 @@ void tst_LxBus::parameterGroups()
     LxBusProtocol p;
     DeviceSettings s;
     s.deviceId = 0x0101A401;
-    s.params = {{0x10, 1}, {0x11, 2}, {0x13, 4}, {0x17, 3}};
+    const auto param = [](quint16 address, quint8 width) {
+        DevParam d;
+        d.address = address;
+        d.width = width;
+        d.isSigned = true;
+        return d;
+    };
+    s.params = {param(0x10, 1), param(0x11, 2), param(0x13, 4), param(0x17, 3)};
     p.setActiveDevice(s);
     QSignalSpy loaded(&p, &LxBusProtocol::valuesLoaded);
     QSignalSpy confirmed(&p, &LxBusProtocol::commandConfirmed);
@@ -419,6 +426,11 @@ void tst_LxBus::parameterGroups()
     answer(p, payload({id, 'T', 5, 0x01, 0xA4, 0x01, 0x01, 0x00, 0x10, 0x00, 3, 7, 8, 0}));
     QVERIFY(p.activeDevice().params.at(0).confirmed);
     QVERIFY(!p.activeDevice().params.at(1).confirmed);
+    // A device that leaves the flag byte out of its echo is understood too.
+    id = p.packetCounter();
+    QVERIFY(p.queueWrite(0x0101A401, 0, write, 5, 3));
+    answer(p, payload({id, 'T', 4, 0x01, 0xA4, 0x01, 0x01, 0x10, 0x00, 3, 7, 9, 0}));
+    QVERIFY(p.activeDevice().params.at(1).confirmed);
     // An address that is no parameter is a command confirmation.
     id = p.packetCounter();
     QVERIFY(p.queueWrite(0x0101A401, 0, write, 5, 3));

@@ -67,37 +67,58 @@ BusSimulator::~BusSimulator()
 
 void BusSimulator::addDefaultDevices()
 {
-    const auto unit = [](quint32 id, quint16 hardware, quint8 kind, const char *name, quint8 extensions) {
+    // settings: the bytes from 0x0018 as the device holds them; factory: what a reset restores (the
+    // same unless given). firmware: major, minor (identification answer bytes 23 and 24).
+    const auto unit = [](quint32 id, quint16 hardware, quint8 kind, const char *name, quint8 extensions,
+                         const QByteArray &settings, QVector<int> commands, quint8 fwMajor, quint8 fwMinor,
+                         const QByteArray &factory = QByteArray()) {
         Unit u;
         u.identifier = id;
         u.hardware = hardware;
         u.kind = kind;
         u.name = QByteArray(name).left(12);
         u.extensionCount = extensions;
-        // Recognisable contents: the identifier, hardware and kind, then each byte holds its offset.
-        u.registers.resize(kRegisterCount);
-        for (int i = 0; i < kRegisterCount; ++i)
-            u.registers[i] = char(i);
+        u.extra1 = fwMajor;
+        u.extra2 = fwMinor;
+        u.registers = QByteArray(kRegisterCount, '\0');
         for (int i = 0; i < 4; ++i)
             u.registers[i] = char(id >> (8 * i));
         u.registers[4] = char(hardware & 0xFF);
         u.registers[5] = char(hardware >> 8);
         u.registers[6] = char(kind);
+        u.factory = u.registers;
+        u.registers.replace(kSettingsOffset, settings.size(), settings);
+        const QByteArray &reset = factory.isEmpty() ? settings : factory;
+        u.factory.replace(kSettingsOffset, reset.size(), reset);
+        u.commands = std::move(commands);
         return u;
     };
-    // Kind 1 is a plain sensor; the receiver forwards for its satellites and is kind 7.
-    Unit rx = unit(kReceiverId, 0x0203, 7, "RX Vexo R8", 2);
-    rx.extra1 = 1;
+    // Settings as each device's definition lays them out (little-endian). The receiver has been set up
+    // by its pilot (PPM, 14 ms frames); the GPS runs firmware older than its definition asks for.
+    Unit rx = unit(kReceiverId, 0x0203, 7, "RX Vexo R8", 2, QByteArray::fromHex("010e000a0000000001a401"),
+                   {1, 2}, 1, 3, QByteArray::fromHex("0014000a0000000001a401"));
     m_units << rx;
     for (quint8 e = 1; e <= 2; ++e) {
-        Unit sat =
-            unit(e == 1 ? kSatelliteAId : kSatelliteBId, 0x0101, 3, e == 1 ? "RX Sat A" : "RX Sat B", 0);
+        Unit sat = unit(e == 1 ? kSatelliteAId : kSatelliteBId, 0x0101, 3, e == 1 ? "RX Sat A" : "RX Sat B",
+                        0, QByteArray(), {}, 1, 0);
         sat.parent = kReceiverId;
         sat.extensionIndex = e;
         m_units << sat;
     }
-    m_units << unit(kGpsId, 0x0110, 1, "GPS Logger", 0) << unit(kPowerId, 0x0120, 1, "Power Sensor", 0)
-            << unit(kVarioId, 0x0130, 1, "Vario Alt", 0) << unit(kTemperatureId, 0x0140, 1, "Temp Sensor", 0);
+    m_units << unit(kGpsId, 0x0110, 1, "GPS Logger", 0,
+                    QByteArray::fromHex("05010000000000"
+                                        "01"),
+                    {1, 2}, 1, 1)
+            << unit(kPowerId, 0x0120, 1, "Power Sensor", 0,
+                    QByteArray::fromHex("068813"
+                                        "4a01"
+                                        "0000"
+                                        "1e03"),
+                    {1, 2}, 1, 0)
+            << unit(kVarioId, 0x0130, 1, "Vario Alt", 0, QByteArray::fromHex("05ec01000001070000"), {1, 2}, 1,
+                    1)
+            << unit(kTemperatureId, 0x0140, 1, "Temp Sensor", 0, QByteArray::fromHex("0000e8033204"), {1}, 2,
+                    0);
     std::sort(m_units.begin(), m_units.end(),
               [](const Unit &a, const Unit &b) { return a.identifier < b.identifier; });
 
@@ -431,6 +452,12 @@ void BusSimulator::request(const quint8 *req, int length)
             answerKeepAlive(req[0], identifier);
         break;
     case 'W':
+        if (m_readsBeforeSilence == 0) {
+            m_silent = true;
+            return;
+        }
+        if (m_readsBeforeSilence > 0)
+            --m_readsBeforeSilence;
         if (dataLength >= 4)
             answerRead(req[0], identifier, data + 4, dataLength - 4);
         break;
@@ -531,12 +558,12 @@ void BusSimulator::answerRead(quint8 packetId, quint32 identifier, const quint8 
         if (room < 0)
             break;
         appendU16(&payload, address);
-        if (offset < 0 || offset >= kRegisterCount) {
+        if (offset < 0 || offset >= u->registers.size()) {
             // Not a register: the device confirms it as a command, and that ends the answer.
             payload.append('\0');
             break;
         }
-        const int count = std::min({int(data[pos + 2]), kRegisterCount - offset, room});
+        const int count = std::min({int(data[pos + 2]), int(u->registers.size()) - offset, room});
         payload.append(char(count));
         payload.append(u->registers.mid(offset, count));
     }
@@ -560,13 +587,22 @@ void BusSimulator::answerWrite(quint8 packetId, quint32 identifier, quint8 flags
         const quint8 *values = data + pos + 3;
         pos += 3 + count;
         appendU16(&payload, address);
-        if (offset < 0 || offset >= kRegisterCount) {
+        if (offset < 0 || offset >= u->registers.size()) {
+            // A command (or a register it does not have): confirmed by its address alone, ending the answer.
+            int value = 0;
+            for (int i = count - 1; i >= 0; --i)
+                value = (value << 8) | values[i];
+            if (address >= kCommandBase)
+                runCommand(u, address - kCommandBase, value);
             payload.append('\0');
             break;
         }
-        const int stored = std::min(count, kRegisterCount - offset);
-        for (int i = 0; i < stored; ++i)
-            u->registers[offset + i] = char(values[i]);
+        // Registers 0x10..0x17 (identity) are read-only: the echo shows the device kept its own values.
+        const int stored = std::min(count, int(u->registers.size()) - offset);
+        for (int i = 0; i < stored; ++i) {
+            if (offset + i >= kSettingsOffset)
+                u->registers[offset + i] = char(values[i]);
+        }
         payload.append(char(stored));
         payload.append(u->registers.mid(offset, stored));
     }
@@ -575,6 +611,33 @@ void BusSimulator::answerWrite(quint8 packetId, quint32 identifier, quint8 flags
         payload = answerHead(packetId, 'T', identifier);
     setCount(&payload);
     send(payload);
+}
+
+bool BusSimulator::runCommand(Unit *u, int command, int value)
+{
+    if (!u->commands.contains(command))
+        return false;
+    m_commandsRun.append({u->identifier, command, value});
+    // Command 1 of the receiver and the temperature sensor is their factory reset.
+    if (command == 1 && (u->identifier == kReceiverId || u->identifier == kTemperatureId))
+        u->registers = u->factory;
+    return true;
+}
+
+void BusSimulator::addLargeDevice()
+{
+    Unit u;
+    u.identifier = kLargeId;
+    u.hardware = 0x01FF;
+    u.kind = 1;
+    u.name = "Large Test";
+    u.registers.resize(256);
+    for (int i = 0; i < u.registers.size(); ++i)
+        u.registers[i] = char(i);
+    u.factory = u.registers;
+    m_units.append(u);
+    std::sort(m_units.begin(), m_units.end(),
+              [](const Unit &a, const Unit &b) { return a.identifier < b.identifier; });
 }
 
 bool BusSimulator::send(const QByteArray &payload)

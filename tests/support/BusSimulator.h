@@ -29,8 +29,15 @@ public:
     static constexpr quint32 kVarioId = 0x0040A404;
     static constexpr quint32 kTemperatureId = 0x0050A405;
 
+    // Every device's registers start here: identifier (4 bytes), hardware (2), kind (1), a spare byte,
+    // then its own settings from 0x0018, laid out as link/definitions describes them.
     static constexpr quint16 kRegisterBase = 0x0010;
     static constexpr int kRegisterCount = 32;
+    static constexpr int kSettingsOffset = 8;
+    // Commands are writes to 0xF000 + the command id; the device confirms them by that address.
+    static constexpr quint16 kCommandBase = 0xF000;
+    // A device with 256 one-byte registers from kRegisterBase (hardware 0x01FF), added by addLargeDevice().
+    static constexpr quint32 kLargeId = 0x00FFA4FF;
     // A device greeted by a keep-alive, or that introduced itself, this recently leaves enumeration
     // broadcasts to the others.
     static constexpr qint64 kKeepAliveQuietMs = 5000;
@@ -48,7 +55,9 @@ public:
         QByteArray name; // Latin-1, at most 12 bytes
         quint8 extra1 = 0;
         quint8 extra2 = 0;
-        QByteArray registers; // kRegisterCount bytes from kRegisterBase
+        QByteArray registers;  // from kRegisterBase; kRegisterCount bytes unless the device has more
+        QByteArray factory;    // what "reset to factory settings" restores
+        QVector<int> commands; // ids of the commands it runs
         qint64 lastKeepAliveMs = -1;
         qint64 lastIdentifiedMs = -1; // last answer to a broadcast identification
     };
@@ -76,6 +85,18 @@ public:
     bool isSilent() const { return m_silent; }
     // Closes every descriptor of the pseudo-terminal: the program's port sees a hang-up.
     void unplug();
+    // Parameter reads are answered this many more times, then the bus falls silent; -1: always answered.
+    void setReadsBeforeSilence(int n) { m_readsBeforeSilence = n; }
+    // For benchmarks: one more device with 256 one-byte registers.
+    void addLargeDevice();
+    // Commands run so far, as (device identifier, command id, value).
+    struct CommandRun
+    {
+        quint32 identifier;
+        int command;
+        int value;
+    };
+    const QVector<CommandRun> &commandsRun() const { return m_commandsRun; }
 
     const QVector<Unit> &units() const { return m_units; }
     const Unit *unit(quint32 identifier) const;
@@ -123,6 +144,8 @@ private:
     void answerKeepAlive(quint8 packetId, quint32 identifier);
     void answerRead(quint8 packetId, quint32 identifier, const quint8 *data, int length);
     void answerWrite(quint8 packetId, quint32 identifier, quint8 flags, const quint8 *data, int length);
+    // Runs a command written to the device; false when it has no such command.
+    bool runCommand(Unit *u, int command, int value);
     // Sends one answer frame (with noise before it when on); false when its CRC was spoilt on purpose.
     bool send(const QByteArray &payload);
     void writeAll(const QByteArray &bytes);
@@ -145,6 +168,8 @@ private:
     std::mt19937 m_noiseRng;
     QVector<SentValue> m_sentValues;
 
+    QVector<CommandRun> m_commandsRun;
+    int m_readsBeforeSilence = -1;
     bool m_noise = false;
     bool m_silent = false;
     int m_badCrcEvery = 0;
