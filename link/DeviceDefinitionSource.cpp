@@ -311,8 +311,8 @@ bool SourceReader::parameter(const QJsonObject &o, const QString &where, DeviceP
         !text(o, QStringLiteral("description"), &p->description, item))
         return false;
     p->address = quint16(address);
-    if (address + p->size > 0x10000)
-        return fail(item, QStringLiteral("registers run past 0xFFFF"));
+    if (address + p->size > DeviceCommand::kAddressBase)
+        return fail(item, QStringLiteral("registers run into the command addresses from 0xF000"));
     sizeRange(p->size, p->isSigned, &lo, &hi);
     if (!integer(o, kMin, lo, hi, &p->min, item) || !integer(o, kMax, lo, hi, &p->max, item))
         return false;

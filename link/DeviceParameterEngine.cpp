@@ -58,7 +58,9 @@ QString DeviceParameterEngine::write(const DevParamVector &params)
         const int i = s.indexOf(p.address);
         if (i < 0)
             return tr("The device has no parameter at address 0x%1.").arg(p.address, 4, 16, QLatin1Char('0'));
-        const QString why = s.params.at(i).refusal(p.value);
+        DevParam asDevice = s.params.at(i);
+        asDevice.value = p.value;
+        const QString why = asDevice.refusal(asDevice.raw());
         if (!why.isEmpty())
             return tr("The parameter at address 0x%1 cannot be written: %2.")
                 .arg(p.address, 4, 16, QLatin1Char('0'))

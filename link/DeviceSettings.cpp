@@ -7,9 +7,17 @@
 #include <algorithm>
 #include <cmath>
 
+qint64 DevParam::raw() const
+{
+    if (isSigned || width >= 8)
+        return value;
+    const quint64 mask = width >= 4 ? 0xFFFFFFFFull : (1ull << (8 * width)) - 1;
+    return qint64(quint64(quint32(value)) & mask);
+}
+
 double DevParam::floatValue() const
 {
-    return double(value) / std::pow(10.0, decimals);
+    return double(raw()) / std::pow(10.0, decimals);
 }
 
 QString DevParam::refusal(qint64 raw) const

@@ -23,6 +23,8 @@ struct DevParam
     bool loaded = false;
     bool confirmed = false;
 
+    // The value as the number the register holds: sign-extended when signed, else unsigned.
+    qint64 raw() const;
     double floatValue() const;
     // Why a raw value may not be written to this parameter ("" when it may).
     QString refusal(qint64 raw) const;

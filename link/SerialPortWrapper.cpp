@@ -595,6 +595,20 @@ bool SerialPortWrapper::LxBusDeviceExecCommand(int address, int value, int size,
     return m_engine.command(address, value, size, flags);
 }
 
+void SerialPortWrapper::identifyDevice(quint32 identifier)
+{
+    QMutexLocker lock(&m_mutex);
+    quint8 identify[8] = {0,
+                          LxFrame::kTypeIdentify,
+                          5,
+                          quint8(identifier),
+                          quint8(identifier >> 8),
+                          quint8(identifier >> 16),
+                          quint8(identifier >> 24),
+                          0};
+    m_protocol.queueRaw(identify, 8, 2);
+}
+
 void SerialPortWrapper::setUpdateMode(bool enabled)
 {
     QMutexLocker lock(&m_mutex);

@@ -113,6 +113,9 @@ public slots:
     // flag byte. False when the device is busy with another request (the caller retries); the device's
     // confirmation arrives as LxBusCommandConfirmed.
     bool LxBusDeviceExecCommand(int address, int value, int size, int flags);
+    // Asks one device by its identifier to introduce itself, for a device the enumeration has not found
+    // yet (it answers broadcasts only now and then).
+    void identifyDevice(quint32 identifier);
     void setUpdateMode(bool enabled);
     void setVBMMode(bool enabled);
     void setRGPSMode(bool enabled);

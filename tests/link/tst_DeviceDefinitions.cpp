@@ -129,9 +129,9 @@ private slots:
             device(R"({"id": 1, "address": 16, "size": 2, "min": 0, "max": 2, "name": "A"}, )"
                    R"({"id": 2, "address": 17, "size": 1, "min": 0, "max": 2, "name": "B"})"),
             R"(parameter 2 ("B"): registers 0x0011..0x0011 overlap "A" (id 1) at 0x0010..0x0011)");
-        row("past 0xFFFF",
-            device(R"({"id": 1, "address": "0xFFFF", "size": 2, "min": 0, "max": 2, "name": "A"})"),
-            "registers run past 0xFFFF");
+        row("into the command addresses",
+            device(R"({"id": 1, "address": "0xEFFF", "size": 2, "min": 0, "max": 2, "name": "A"})"),
+            "registers run into the command addresses from 0xF000");
         row("firmware", device(a + "}", R"({"kind": "Int", "pParam": 1})", R"("firmware": "1", )"),
             R"("firmware" must be)");
         row("hardware", device().replace("[1]", "[70000]"), "hardware value");

@@ -106,8 +106,9 @@ void BusSimulator::addDefaultDevices()
         m_units << sat;
     }
     m_units << unit(kGpsId, 0x0110, 1, "GPS Logger", 0,
-                    QByteArray::fromHex("05010000000000"
-                                        "01"),
+                    // ... and the log was cleared on 2026-04-12 (20260412 at 0x20).
+                    QByteArray::fromHex("0501000000000001"
+                                        "3c263501"),
                     {1, 2}, 1, 1)
             << unit(kPowerId, 0x0120, 1, "Power Sensor", 0,
                     QByteArray::fromHex("068813"
