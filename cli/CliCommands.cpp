@@ -8,6 +8,7 @@
 #include "cli/KmlCommand.h"
 #include "cli/LiveCommands.h"
 #include "cli/MapCommand.h"
+#include "cli/ParamsCommand.h"
 #include "cli/TableCommands.h"
 #include "telemetry/LogFileWriter.h"
 #include "telemetry/LogGenerator.h"
@@ -44,6 +45,9 @@ const char kUsage[] =
     "                         the GPS track of FILE over the map, as the map window draws it\n"
     "  csv|xlsx FILE --period MS [--mode hold|smooth|valid] --var D:P[:U] ... OUT\n"
     "                         the data table of FILE as CSV or an Excel workbook\n"
+    "  params --port PORT --device ID [--list | --read [NAME|ADDR ...] | --set NAME=VALUE ... |\n"
+    "         --export FILE | --import FILE [--dry-run] | --raw ADDR:SIZE[=VALUE] ...]\n"
+    "                         show and change the settings of a device on the bus\n"
     "  devdef compile SRC... OUT | devdef dump FILE\n"
     "                         check device definition sources and pack them into a\n"
     "                         definitions file (Devices.bin), or print one back as source\n";
@@ -218,6 +222,7 @@ int CliCommands::run(const QStringList &arguments, std::FILE *out, std::FILE *er
         {QStringLiteral("map"), [](const Context &c) { return MapCommand::run(c.args, c.out, c.err); }},
         {QStringLiteral("csv"), [](const Context &c) { return TableCommands::csv(c.args, c.out, c.err); }},
         {QStringLiteral("xlsx"), [](const Context &c) { return TableCommands::xlsx(c.args, c.out, c.err); }},
+        {QStringLiteral("params"), [](const Context &c) { return ParamsCommand::run(c.args, c.out, c.err); }},
         {QStringLiteral("devdef"), [](const Context &c) { return DevdefCommand::run(c.args, c.out, c.err); }},
     };
     Context c{arguments.mid(1), out, err, QString()};

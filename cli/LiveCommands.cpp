@@ -64,7 +64,9 @@ int parse(const QStringList &args, bool wantOut, Options *o, std::FILE *err)
     return 0;
 }
 
-QString deviceText(const Device &d)
+} // namespace
+
+QString LiveCommands::deviceText(const Device &d)
 {
     QString text =
         QStringLiteral("%1  %2  HW %3").arg(d.identifierText(), -8).arg(d.name, -14).arg(d.hardware);
@@ -78,31 +80,28 @@ QString deviceText(const Device &d)
 }
 
 // Opens the port on the serial thread; prints the reason and returns false when it cannot.
-bool openPort(SerialLink &link, const Options &o, std::FILE *err)
+bool LiveCommands::openPort(SerialLink &link, const QString &port, int baud, std::FILE *err)
 {
-    if (!SerialPlatform::portExists(o.port)) {
-        std::fprintf(err, "vexo-log: %s: no such serial port\n", o.port.toUtf8().constData());
+    if (!SerialPlatform::portExists(port)) {
+        std::fprintf(err, "vexo-log: %s: no such serial port\n", port.toUtf8().constData());
         return false;
     }
     link.start();
     int result = 2;
     QMetaObject::invokeMethod(
-        link.wrapper(), [&] { result = link.wrapper()->setSerialPort(o.port); },
-        Qt::BlockingQueuedConnection);
+        link.wrapper(), [&] { result = link.wrapper()->setSerialPort(port); }, Qt::BlockingQueuedConnection);
     if (result != 0) {
-        std::fprintf(err, "vexo-log: %s: %s\n", o.port.toUtf8().constData(),
+        std::fprintf(err, "vexo-log: %s: %s\n", port.toUtf8().constData(),
                      link.wrapper()->lastError().toUtf8().constData());
         return false;
     }
-    if (o.baud == 250000) {
+    if (baud == 250000) {
         QMetaObject::invokeMethod(
             link.wrapper(), [&] { link.wrapper()->selectMode(SerialPortWrapper::LxBus250k); },
             Qt::BlockingQueuedConnection);
     }
     return true;
 }
-} // namespace
-
 int LiveCommands::devices(const QStringList &args, std::FILE *out, std::FILE *err)
 {
     Options o;
@@ -112,7 +111,7 @@ int LiveCommands::devices(const QStringList &args, std::FILE *out, std::FILE *er
         o.seconds = 3;
     registerLinkMetaTypes();
     SerialLink link;
-    if (!openPort(link, o, err))
+    if (!openPort(link, o.port, o.baud, err))
         return 1;
     QEventLoop loop;
     SignalWatcher::onInterrupt(&loop, [&] { loop.quit(); });
@@ -165,7 +164,7 @@ int LiveCommands::record(const QStringList &args, std::FILE *out, std::FILE *err
         std::fprintf(out, "message %s\n", m.displayText().toUtf8().constData());
         std::fflush(out);
     });
-    if (!openPort(link, o, err))
+    if (!openPort(link, o.port, o.baud, err))
         return 1;
     store.setLogging(true);
     decoder.setSessionStart(QDateTime::currentMSecsSinceEpoch());
