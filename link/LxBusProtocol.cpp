@@ -517,3 +517,13 @@ void LxBusProtocol::removeDevice(quint32 identifier)
     if (removed)
         emit deviceRemoved(&m_devices);
 }
+
+void LxBusProtocol::removeAllDevices()
+{
+    if (m_devices.count() == 0)
+        return;
+    for (const Device &d : m_devices)
+        qDebug().noquote() << QStringLiteral("Device removed: ") + deviceLine(d);
+    m_devices.clear();
+    emit deviceRemoved(&m_devices);
+}

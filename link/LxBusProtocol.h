@@ -77,6 +77,7 @@ public:
     int addOrRefresh(quint32 identifier, quint32 parent, quint16 hardware, quint8 extensionIndex, quint8 kind,
                      quint8 extensionCount, const QString &name, quint8 extra1, quint8 extra2);
     void removeDevice(quint32 identifier);
+    void removeAllDevices();
 
     void setActiveDevice(const DeviceSettings &settings) { m_active = settings; }
     const DeviceSettings &activeDevice() const { return m_active; }

@@ -7,6 +7,7 @@
 #ifndef Q_OS_WIN
 #include <grp.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #endif
 
 bool SerialPlatform::portExists(const QString &name)
@@ -45,6 +46,12 @@ QString SerialPlatform::permissionHint(const QString &name)
     return QString(); // Windows has no per-group device permissions
 #else
     const QString path = name.contains(QLatin1Char('/')) ? name : QStringLiteral("/dev/") + name;
+    // Refused although the user may read and write it: another program holds the port locked.
+    if (::access(QFile::encodeName(path).constData(), R_OK | W_OK) == 0)
+        return QCoreApplication::translate("SerialPortWrapper",
+                                           "%1 is in use by another program (the studio or vexo-log); close "
+                                           "the port there first.")
+            .arg(path);
     struct stat st;
     QString group = QStringLiteral("dialout");
     if (::stat(QFile::encodeName(path).constData(), &st) == 0) {

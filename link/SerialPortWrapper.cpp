@@ -184,6 +184,9 @@ void SerialPortWrapper::setOpen(bool open)
     if (m_open == open)
         return;
     m_open = open;
+    // Without the port nobody answers: every device is gone until the bus is found again.
+    if (!open)
+        m_protocol.removeAllDevices();
     emit portOpenedStatus(open);
 }
 

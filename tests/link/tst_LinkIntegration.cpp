@@ -111,6 +111,8 @@ void tst_LinkIntegration::unplugReportedOnce()
     waitFor([] { return false; }, 300);
     QCOMPARE(status.count(), 1);
     QVERIFY(!rig.link.wrapper()->lastError().isEmpty());
+    // With the adapter gone no device is left on the bus.
+    QCOMPARE(rig.link.wrapper()->devices().count(), quint16(0));
 }
 
 QTEST_GUILESS_MAIN(tst_LinkIntegration)
