@@ -13,14 +13,18 @@
 #include "database/DefaultLayout.h"
 #include "database/Logger.h"
 #include "database/ModelLibrary.h"
+#include "link/DeviceDefinitions.h"
 #include "link/LinkMetaTypes.h"
 #include "link/SerialLink.h"
 #include "link/SerialPlatform.h"
+#include "link/SerialPortWrapper.h"
 #include "link/TelemetryDecoder.h"
 #include "telemetry/LogFileWriter.h"
 #include "telemetry/TelemetryData.h"
 #include "tools/MapKeys.h"
 #include "tools/NewsFeed.h"
+#include "widgets/devices/SerialParamLink.h"
+#include "widgets/devices/WidgetDeviceTree.h"
 #include "widgets/graph/WidgetGraph.h"
 #include "widgets/graph/WidgetGraphExport.h"
 #include "widgets/layout/Prompter.h"
@@ -191,6 +195,19 @@ void MainWindow::registerWindows()
         WindowTypes::key(WindowTypes::RSS),
         [](WidgetManager *) { return new WidgetRSS(NewsFeed::configuredUrl()); }, &WidgetRSS::wire);
     m_manager->registerWindow(
+        WindowTypes::key(WindowTypes::LXBusDevices),
+        [this](WidgetManager *) {
+            auto *tree = new WidgetDeviceTree;
+            // The link is made after the factories are registered but before any window exists.
+            if (SerialPortWrapper *w = m_link ? m_link->wrapper() : nullptr) {
+                tree->setDeviceSource([w] { return w->devices(); });
+                tree->setParamLink(new SerialParamLink(w, tree));
+            }
+            tree->setDefinitionsPath(DeviceDefinitions::locate(programFolder()));
+            return tree;
+        },
+        &WidgetDeviceTree::wire);
+    m_manager->registerWindow(
         WindowTypes::key(WindowTypes::Models),
         [this](WidgetManager *) {
             auto *models = new WidgetModel(m_database, m_library, m_store);
@@ -289,6 +306,8 @@ void MainWindow::connectSerial()
     connect(w, &SerialPortWrapper::percentageChanged, this, &MainWindow::serialPercentageChanged);
     connect(w, &SerialPortWrapper::error, this, &MainWindow::serialErrorHandler);
     connect(w->protocol(), &LxBusProtocol::deviceAdded, this, &MainWindow::deviceAdded);
+    // The windows rebuild from the locked copy either way.
+    connect(w->protocol(), &LxBusProtocol::deviceRemoved, this, &MainWindow::deviceAdded);
 }
 
 // A saved port that is present is opened; otherwise the adapter search looks for one.

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "link/DeviceSettings.h"
+
+#include <QObject>
+#include <QString>
+
+// What the parameter table needs from the parameter engine: start on a device, read, write, and hear the
+// results. The table talks to this and not to the serial transport itself, so a test can answer in its place.
+class DeviceParamLink : public QObject
+{
+    Q_OBJECT
+public:
+    using QObject::QObject;
+
+    // Starts reading every parameter of the device; an identifier of 0 ends the work on the previous one.
+    virtual void setActiveDevice(const DeviceSettings &settings) = 0;
+    virtual void read() = 0;
+    // Writes these parameters (by address), then reads them back.
+    virtual void write(const DevParamVector &params) = 0;
+
+signals:
+    // The whole vector after each read answer; `loaded` marks how far the reading got.
+    void valuesLoaded(const DevParamVector &params);
+    // The written parameters read back: `confirmed` when the device holds what was sent.
+    void writeFinished(const DevParamVector &params);
+    void error(const QString &text);
+};
