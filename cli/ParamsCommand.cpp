@@ -29,7 +29,7 @@ struct Options
 {
     QString port;
     int baud = 125000;
-    int seconds = 5;
+    int seconds = 8; // enough for a device that answers broadcasts only now and then
     QString device;
     QString definitions;
     Action action = Action::List;
