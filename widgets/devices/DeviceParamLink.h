@@ -18,6 +18,16 @@ public:
     virtual void read() = 0;
     // Writes these parameters (by address), then reads them back.
     virtual void write(const DevParamVector &params) = 0;
+    // Runs a device command (its value written to its address); false when the device is busy and the
+    // caller should try again. Waits only for the engine to take it, not for the device.
+    virtual bool command(int address, int value, int size, int flags)
+    {
+        Q_UNUSED(address);
+        Q_UNUSED(value);
+        Q_UNUSED(size);
+        Q_UNUSED(flags);
+        return false;
+    }
 
 signals:
     // The whole vector after each read answer; `loaded` marks how far the reading got.
@@ -25,4 +35,6 @@ signals:
     // The written parameters read back: `confirmed` when the device holds what was sent.
     void writeFinished(const DevParamVector &params);
     void error(const QString &text);
+    // The device confirmed the command written to this address.
+    void commandConfirmed(quint16 address);
 };

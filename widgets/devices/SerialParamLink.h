@@ -17,6 +17,7 @@ public:
     void setActiveDevice(const DeviceSettings &settings) override;
     void read() override;
     void write(const DevParamVector &params) override;
+    bool command(int address, int value, int size, int flags) override;
 
 private:
     QPointer<SerialPortWrapper> m_wrapper;
