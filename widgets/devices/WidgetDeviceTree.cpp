@@ -2,6 +2,7 @@
 
 #include "telemetry/TelemetrySensor.h"
 #include "widgets/devices/DeviceParamLink.h"
+#include "widgets/devices/WidgetLxBusConfig.h"
 #include "widgets/devices/WidgetLxBusParams.h"
 #include "widgets/layout/LayoutJsonWriter.h"
 #include "widgets/layout/WindowHub.h"
@@ -56,12 +57,17 @@ WidgetDeviceTree::WidgetDeviceTree(QWidget *parent) : QWidget(parent)
 WidgetDeviceTree::~WidgetDeviceTree()
 {
     // The table talks to the engine on this window's behalf; it goes with it.
-    delete m_params;
+    delete m_deviceWindow;
 }
 
 WidgetLxBusParams *WidgetDeviceTree::paramsWindow() const
 {
-    return m_params;
+    return qobject_cast<WidgetLxBusParams *>(m_deviceWindow.data());
+}
+
+WidgetLxBusConfig *WidgetDeviceTree::configWindow() const
+{
+    return qobject_cast<WidgetLxBusConfig *>(m_deviceWindow.data());
 }
 
 int WidgetDeviceTree::load(const LayoutJsonValue &)
@@ -205,41 +211,44 @@ void WidgetDeviceTree::itemActivated(QTreeWidgetItem *item)
 
 void WidgetDeviceTree::editProperties()
 {
-    const Device *d = currentDevice();
-    if (!d)
-        return;
-    prompter()->information(
-        this, tr("Info"),
-        tr("The configuration pages of %1 are not available yet.<br>\"Show all registers\" "
-           "lists every setting of the device.")
-            .arg(d->name.toHtmlEscaped()));
+    if (const Device *d = configurableDevice())
+        openDeviceWindow<WidgetLxBusConfig>(*d);
 }
 
 void WidgetDeviceTree::showAllRegisters()
 {
+    if (const Device *d = configurableDevice())
+        openDeviceWindow<WidgetLxBusParams>(*d);
+}
+
+const Device *WidgetDeviceTree::configurableDevice()
+{
     const Device *d = currentDevice();
-    if (!d)
-        return;
     // An extension is known by its place behind its device until it answers with an identifier of its own.
-    if (d->identifier == 0) {
+    if (d && d->identifier == 0) {
         prompter()->information(this, tr("Device"),
                                 tr("%1 has not answered yet.")
                                     .arg(d->name.isEmpty() ? tr("The extension") : d->name.toHtmlEscaped()));
-        return;
+        return nullptr;
     }
-    // The engine serves one device at a time: one table, for the device asked for last.
-    delete m_params;
-    auto *params = new WidgetLxBusParams(*d, m_link, prompter(), this);
-    params->setAttribute(Qt::WA_DeleteOnClose);
+    return d;
+}
+
+template <typename Window> void WidgetDeviceTree::openDeviceWindow(const Device &device)
+{
+    delete m_deviceWindow;
+    auto *window = new Window(device, m_link, prompter(), this);
+    window->setWindowFlag(Qt::Window);
+    window->setAttribute(Qt::WA_DeleteOnClose);
     const bool started = m_definitionsPath.isEmpty() && !m_definitions.isEmpty()
-                             ? params->start(m_definitions)
-                             : params->start(m_definitionsPath);
+                             ? window->start(m_definitions)
+                             : window->start(m_definitionsPath);
     if (!started) {
-        delete params;
+        delete window;
         return;
     }
-    m_params = params;
-    params->show();
+    m_deviceWindow = window;
+    window->show();
 }
 
 void WidgetDeviceTree::openDeviceDialog()

@@ -18,6 +18,7 @@ class QMenu;
 class QTreeWidget;
 class QTreeWidgetItem;
 class TelemetryData;
+class WidgetLxBusConfig;
 class WidgetLxBusParams;
 class WindowHub;
 
@@ -59,8 +60,9 @@ public:
     QTreeWidget *tree() const { return m_tree; }
     QTreeWidgetItem *rootItem() const { return m_root; }
     QMenu *contextMenu() const { return m_menu; }
-    // The parameter table open now, or null.
+    // The parameter table or the configuration pages open now, or null.
     WidgetLxBusParams *paramsWindow() const;
+    WidgetLxBusConfig *configWindow() const;
 
     // "ID: [low:high], Version 1.2, HW 5", as the item's tooltip shows it.
     static QString deviceText(const Device &device);
@@ -92,6 +94,10 @@ private:
     void customMenuRequested(const QPoint &pos);
     void itemActivated(QTreeWidgetItem *item);
     const Device *currentDevice() const;
+    // The current device when it can be configured (it has answered), else null after saying why.
+    const Device *configurableDevice();
+    // Shows a device's table or pages after closing the one open before: the engine serves one device.
+    template <typename Window> void openDeviceWindow(const Device &device);
 
     QTreeWidget *m_tree = nullptr;
     QTreeWidgetItem *m_root = nullptr;
@@ -101,5 +107,5 @@ private:
     DeviceParamLink *m_link = nullptr;
     QString m_definitionsPath;
     DeviceDefinitions m_definitions;
-    QPointer<WidgetLxBusParams> m_params;
+    QPointer<QWidget> m_deviceWindow;
 };
