@@ -604,6 +604,8 @@ void BusSimulator::answerWrite(quint8 packetId, quint32 identifier, quint8 flags
             if (offset + i >= kSettingsOffset)
                 u->registers[offset + i] = char(values[i]);
         }
+        if (stored > 0)
+            emit registersWritten(u->identifier, address, u->registers.mid(offset, stored));
         payload.append(char(stored));
         payload.append(u->registers.mid(offset, stored));
     }
@@ -619,6 +621,7 @@ bool BusSimulator::runCommand(Unit *u, int command, int value)
     if (!u->commands.contains(command))
         return false;
     m_commandsRun.append({u->identifier, command, value});
+    emit commandExecuted(u->identifier, command, value);
     // Command 1 of the receiver and the temperature sensor is their factory reset.
     if (command == 1 && (u->identifier == kReceiverId || u->identifier == kTemperatureId))
         u->registers = u->factory;

@@ -119,6 +119,9 @@ public:
 
 signals:
     void pluggedOut();
+    // A write a device took: its registers from address on now hold these bytes.
+    void registersWritten(quint32 identifier, quint16 address, const QByteArray &bytes);
+    void commandExecuted(quint32 identifier, int command, int value);
 
 private slots:
     void readMaster();

@@ -97,6 +97,24 @@ int main(int argc, char *argv[])
     }
     printLine(sim.portPath());
 
+    // The simulator's own record of what the program changed, whatever --quiet says.
+    const auto nameOf = [&sim](quint32 id) {
+        const BusSimulator::Unit *u = sim.unit(id);
+        return QStringLiteral("%1 (%2)").arg(u ? QString::fromLatin1(u->name) : QString(),
+                                             QStringLiteral("%1").arg(id, 8, 16, QLatin1Char('0')).toUpper());
+    };
+    QObject::connect(&sim, &BusSimulator::registersWritten, &sim,
+                     [nameOf](quint32 id, quint16 address, const QByteArray &bytes) {
+                         printLine(QStringLiteral("write %1 0x%2: %3")
+                                       .arg(nameOf(id))
+                                       .arg(address, 4, 16, QLatin1Char('0'))
+                                       .arg(QString::fromLatin1(bytes.toHex(' '))));
+                     });
+    QObject::connect(
+        &sim, &BusSimulator::commandExecuted, &sim, [nameOf](quint32 id, int command, int value) {
+            printLine(QStringLiteral("command %1 %2 value %3").arg(nameOf(id)).arg(command).arg(value));
+        });
+
     if (silentS >= 0)
         QTimer::singleShot(int(silentS * 1000), &sim, [&sim] { sim.setSilent(true); });
     if (unplugS >= 0)
