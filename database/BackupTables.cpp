@@ -3,6 +3,8 @@
 #include "database/BlobCodec.h"
 #include "database/DatabaseConnection.h"
 
+#include <QSqlQuery>
+
 QStringList BackupTables::createStatements()
 {
     return {QStringLiteral(
@@ -40,4 +42,26 @@ bool BackupTables::backupFileList(int id, QByteArray *fileList)
     QByteArray blob;
     return m_db->selectBlob(QStringLiteral("select fileList from backups where id = ?"), id, &blob) &&
            m_db->uncompressed(blob, fileList);
+}
+
+QVector<BackupRow> BackupTables::listBackups(bool *ok)
+{
+    QVector<BackupRow> rows;
+    QSqlQuery q = m_db->query();
+    const bool done =
+        m_db->exec(q, QStringLiteral("select id,hwid,name,description,dateCreated,size from backups "
+                                     "order by dateCreated desc, id desc"));
+    if (ok)
+        *ok = done;
+    while (done && q.next()) {
+        BackupRow row;
+        row.id = q.value(0).toInt();
+        row.hwid = q.value(1).toUInt();
+        row.name = q.value(2).toString();
+        row.description = q.value(3).toString();
+        row.dateCreated = DatabaseConnection::dateFromText(q.value(4).toString(), Qt::UTC);
+        row.size = q.value(5).toLongLong();
+        rows.append(row);
+    }
+    return rows;
 }

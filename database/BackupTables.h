@@ -1,10 +1,23 @@
 #pragma once
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QString>
 #include <QStringList>
+#include <QVector>
 
 class DatabaseConnection;
+
+// One backup as the viewer lists it: everything but the two blobs.
+struct BackupRow
+{
+    int id = -1;
+    quint32 hwid = 0;
+    QString name;
+    QString description;
+    QDateTime dateCreated; // UTC (the column is written by datetime('now'))
+    qint64 size = 0;
+};
 
 // The backups table: transmitter backups, their file list and archive stored compressed.
 class BackupTables
@@ -19,6 +32,8 @@ public:
     bool deleteBackup(int id);
     bool backupData(int id, QByteArray *data);
     bool backupFileList(int id, QByteArray *fileList);
+    // Newest first; ok (optional) tells an empty table from a failed statement.
+    QVector<BackupRow> listBackups(bool *ok = nullptr);
 
 private:
     DatabaseConnection *m_db;

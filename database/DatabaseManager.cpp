@@ -402,6 +402,11 @@ bool DatabaseManager::backupFileList(int id, QByteArray *fileList)
     return m_backups.backupFileList(id, fileList);
 }
 
+QVector<BackupRow> DatabaseManager::listBackups(bool *ok)
+{
+    return m_backups.listBackups(ok);
+}
+
 // --- the models tree ---
 
 QVector<DatabaseManager::FolderRow> DatabaseManager::topLevelFolders(bool *ok)

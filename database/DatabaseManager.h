@@ -126,6 +126,8 @@ public:
     bool deleteBackup(int id);
     bool backupData(int id, QByteArray *data);
     bool backupFileList(int id, QByteArray *fileList);
+    // Every backup without its blobs, newest first (the backups viewer).
+    QVector<BackupRow> listBackups(bool *ok = nullptr);
 
     // The models tree. A folder or parent id of -1 means the model's top level (null).
     QVector<FolderRow> topLevelFolders(bool *ok = nullptr);

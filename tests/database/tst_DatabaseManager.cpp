@@ -37,6 +37,7 @@ private slots:
     void modelRoundTrip();
     void deletingModelCascades();
     void blobsStoredInQtCompressFormat();
+    void backupListing();
     void logLookups();
     void nestedTransactions();
     void layoutsAndReset();
@@ -224,6 +225,27 @@ void tst_DatabaseManager::blobsStoredInQtCompressFormat()
     QVERIFY(!q.value(3).toString().isEmpty());
     QVERIFY(f.db.deleteBackup(backup));
     QVERIFY(!f.db.backupData(backup, &data));
+}
+
+// Newest first, ties by id; the viewer's columns without the blobs.
+void tst_DatabaseManager::backupListing()
+{
+    Fixture f;
+    QVERIFY(f.db.openAndInitialise());
+    const int a = f.db.insertBackup(674u, "first", "one", 10, "l", "d");
+    const int b = f.db.insertBackup(65535u, "second", "", 20, "l", "d");
+    const int c = f.db.insertBackup(679u, "third", "three", 30, "l", "d");
+    QVERIFY(execOn(
+        f.db, QStringLiteral("update backups set dateCreated = '2020-01-02 03:04:05' where id = %1").arg(b)));
+    bool ok = false;
+    const QVector<BackupRow> rows = f.db.listBackups(&ok);
+    QVERIFY(ok);
+    QCOMPARE(rows.size(), 3);
+    QCOMPARE(std::make_tuple(rows.at(0).id, rows.at(1).id, rows.at(2).id), std::make_tuple(c, a, b));
+    QCOMPARE(std::make_tuple(rows.at(2).hwid, rows.at(2).name, rows.at(2).description, rows.at(2).size),
+             std::make_tuple(65535u, QString("second"), QString(), qint64(20)));
+    QCOMPARE(rows.at(2).dateCreated, QDateTime(QDate(2020, 1, 2), QTime(3, 4, 5), Qt::UTC));
+    QCOMPARE(rows.at(0).description, QStringLiteral("three"));
 }
 
 void tst_DatabaseManager::logLookups()
