@@ -10,6 +10,7 @@
 #include "cli/MapCommand.h"
 #include "cli/ParamsCommand.h"
 #include "cli/TableCommands.h"
+#include "cli/TxCommand.h"
 #include "telemetry/LogFileWriter.h"
 #include "telemetry/LogGenerator.h"
 #include "telemetry/TelemetryDataPackage.h"
@@ -50,7 +51,10 @@ const char kUsage[] =
     "                         show and change the settings of a device on the bus\n"
     "  devdef compile SRC... OUT | devdef dump FILE\n"
     "                         check device definition sources and pack them into a\n"
-    "                         definitions file (Devices.bin), or print one back as source\n";
+    "                         definitions file (Devices.bin), or print one back as source\n"
+    "  tx info|backup|restore|backups ...\n"
+    "                         a transmitter drive's backups (vexo-log tx --help); exit code 3:\n"
+    "                         a restore failed after it had written to the drive\n";
 
 struct Context
 {
@@ -224,6 +228,7 @@ int CliCommands::run(const QStringList &arguments, std::FILE *out, std::FILE *er
         {QStringLiteral("xlsx"), [](const Context &c) { return TableCommands::xlsx(c.args, c.out, c.err); }},
         {QStringLiteral("params"), [](const Context &c) { return ParamsCommand::run(c.args, c.out, c.err); }},
         {QStringLiteral("devdef"), [](const Context &c) { return DevdefCommand::run(c.args, c.out, c.err); }},
+        {QStringLiteral("tx"), [](const Context &c) { return TxCommand::run(c.args, c.out, c.err); }},
     };
     Context c{arguments.mid(1), out, err, QString()};
     const auto it = commands.find(arguments.at(0));

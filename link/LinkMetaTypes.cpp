@@ -2,6 +2,7 @@
 
 #include "link/DeviceSettings.h"
 #include "link/JoystickReader.h"
+#include "link/TransmitterInfo.h"
 
 void registerLinkMetaTypes()
 {
@@ -12,6 +13,8 @@ void registerLinkMetaTypes()
         qRegisterMetaType<DeviceSettings>("DeviceSettings");
         qRegisterMetaType<JoystickVector>("JoystickVector");
         qRegisterMetaType<JoystickAxisMap>("JoystickAxisMap");
+        qRegisterMetaType<TransmitterInfo>("TransmitterInfo");
+        qRegisterMetaType<TransmitterInfoVector>("TransmitterInfoVector");
         return true;
     }();
     Q_UNUSED(done);

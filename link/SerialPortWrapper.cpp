@@ -129,6 +129,42 @@ void SerialPortWrapper::setDriveScan(DriveScanner::Scan scan)
     m_driveScanner.setScan(std::move(scan));
 }
 
+TransmitterInfoVector SerialPortWrapper::transmitters() const
+{
+    QMutexLocker lock(&m_mutex);
+    return m_transmitters;
+}
+
+void SerialPortWrapper::addTransmitter(const TransmitterInfo &info)
+{
+    QMutexLocker lock(&m_mutex);
+    for (const TransmitterInfo &t : qAsConst(m_transmitters)) {
+        if (t.rootPath == info.rootPath)
+            return;
+    }
+    m_transmitters << info;
+    qDebug().noquote() << QStringLiteral("Transmitter added: %1, HW: %2, Version: %3.%4, Model: %5")
+                              .arg(info.rootPath)
+                              .arg(info.hwId)
+                              .arg(info.versionMajor)
+                              .arg(info.versionMinor)
+                              .arg(info.modelName);
+    emit transmitterAdded(info);
+}
+
+void SerialPortWrapper::removeTransmitter(const QString &rootPath)
+{
+    QMutexLocker lock(&m_mutex);
+    for (int i = 0; i < m_transmitters.size(); ++i) {
+        if (m_transmitters.at(i).rootPath == rootPath) {
+            m_transmitters.remove(i);
+            qDebug().noquote() << "Transmitter removed:" << rootPath;
+            emit transmitterRemoved(rootPath);
+            return;
+        }
+    }
+}
+
 void SerialPortWrapper::setEchoSkipping(bool skip)
 {
     QMutexLocker lock(&m_mutex);

@@ -10,6 +10,7 @@
 #include "link/LxReceiver.h"
 #include "link/PortSpeedSearch.h"
 #include "link/SerialPlatform.h"
+#include "link/TransmitterInfo.h"
 
 #include <QByteArray>
 #include <QObject>
@@ -75,6 +76,11 @@ public:
     LinkProgress *progress() { return &m_progress; }
     // The transmitter drive scan run every 25th tick, on the serial thread.
     void setDriveScan(DriveScanner::Scan scan);
+    // The connected transmitters, keyed by root path; the drive scan adds and removes them (each change
+    // is announced once). Thread-safe.
+    TransmitterInfoVector transmitters() const;
+    void addTransmitter(const TransmitterInfo &info);
+    void removeTransmitter(const QString &rootPath);
     static int baudForMode(int mode) { return PortSpeedSearch::baudForMode(mode); }
 
     // One tick of the 1 ms timer.
@@ -95,6 +101,8 @@ signals:
     void detectedUpdateInfo(const QString &info);
     void detectedJoysticks(const JoystickVector &joysticks);
     void joystickUpdated(const JoystickAxisMap &axes);
+    void transmitterAdded(const TransmitterInfo &info);
+    void transmitterRemoved(const QString &rootPath);
 
 public slots:
     void handleError(QSerialPort::SerialPortError error);
@@ -161,6 +169,7 @@ private:
     bool m_timerEnabled = true;
     PortSpeedSearch m_search;
     DriveScanner m_driveScanner;
+    TransmitterInfoVector m_transmitters;
     LinkProgress m_progress;
     SerialReader *m_readers[6] = {};
     bool m_open = false;
