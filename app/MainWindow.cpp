@@ -23,6 +23,9 @@
 #include "telemetry/TelemetryData.h"
 #include "tools/MapKeys.h"
 #include "tools/NewsFeed.h"
+#include "transmitter/DriveEnumerator.h"
+#include "transmitter/TransmitterDetector.h"
+#include "transmitter/ui/TransmitterTools.h"
 #include "widgets/devices/SerialParamLink.h"
 #include "widgets/devices/WidgetDeviceTree.h"
 #include "widgets/graph/WidgetGraph.h"
@@ -122,6 +125,7 @@ MainWindow::MainWindow(AppSettings *settings, Logger *logger, QWidget *parent)
     });
 
     m_link = new SerialLink(this);
+    TransmitterDetector::install(m_link->wrapper(), std::make_unique<SystemDriveEnumerator>());
     connectSerial();
     createActions();
     createStatusBar();
@@ -371,11 +375,20 @@ void MainWindow::createActions()
                                  this, name, tr("This tool is not part of this version of Vexo Studio yet."));
                          }};
     };
+    // The transmitter tools work on the drives the serial thread detects.
+    SerialPortWrapper *wrapper = m_link->wrapper();
+    auto *transmitters = new TransmitterTools([wrapper] { return wrapper->transmitters(); },
+                                              m_database->isOpen() ? m_database : nullptr,
+                                              [this] { return prompter(); }, this, this);
+    connect(wrapper, &SerialPortWrapper::transmitterAdded, transmitters,
+            &TransmitterTools::onTransmitterAdded);
+    connect(wrapper, &SerialPortWrapper::transmitterRemoved, transmitters,
+            &TransmitterTools::onTransmitterRemoved);
     build.menu(menuBar(), tr("Tools"),
                {notYet(tr("Device Updater")),
                 notYet(tr("VEXOBOX Maxi")),
                 notYet(tr("RGPS Import")),
-                notYet(tr("Transmitter Wizard")),
+                {tr("Transmitter Wizard"), {}, {}, [transmitters] { transmitters->openWizard(); }},
                 {tr("HC/HS-8 Emulator"), {}, {}, [this] { startEmulator(); }}});
 
     m_playback = new PlaybackBar(this);
