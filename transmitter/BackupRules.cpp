@@ -48,7 +48,11 @@ void collect(const QString &folder, const QString &prefix, QStringList *files, i
 {
     if (depth > 64)
         return;
-    for (const QFileInfo &info : sortedEntries(folder)) {
+    const QFileInfoList entries = sortedEntries(folder);
+    // An empty folder is kept as a folder entry, as the wizard's tree does.
+    if (entries.isEmpty() && !prefix.isEmpty())
+        files->append(prefix);
+    for (const QFileInfo &info : entries) {
         const QString relative = prefix + info.fileName();
         if (info.isDir())
             collect(info.filePath(), relative + QLatin1Char('/'), files, depth + 1);

@@ -22,6 +22,20 @@ constexpr qint64 kChunk = 64 * 1024;
 // Unix modes in the high 16 bits, so that unpacking tools make plain files and folders.
 constexpr quint32 kFileAttr = 0100644u << 16;
 constexpr quint32 kFolderAttr = (040755u << 16) | 0x10;
+
+// A restore takes only an archive holding "config/config.jsn" spelled so. The drive's FAT file system
+// ignores case, so storing the transmitter's configuration under that spelling, however the drive
+// spells it, names the same file and keeps every backup made here restorable.
+QStringList entryNames(const QStringList &files)
+{
+    static const QString config = QStringLiteral("config/config.jsn");
+    QStringList names = files;
+    for (QString &name : names) {
+        if (name.compare(config, Qt::CaseInsensitive) == 0)
+            name = config;
+    }
+    return names;
+}
 } // namespace
 
 BackupWorker::BackupWorker(const Request &request, QObject *parent) : QObject(parent), m_request(request) {}
@@ -52,6 +66,7 @@ void BackupWorker::doWork()
         return fail(CreateFileError, createText);
 
     const QStringList &files = m_request.files;
+    const QStringList names = entryNames(files);
     const QString root = QDir::cleanPath(m_request.root);
     {
         QuaZip zip(&temp);
@@ -73,7 +88,7 @@ void BackupWorker::doWork()
             }
             const QString &relative = files.at(i);
             const QString path = root + QLatin1Char('/') + relative;
-            QuaZipNewInfo info(relative);
+            QuaZipNewInfo info(names.at(i));
             info.dateTime = QFileInfo(path).lastModified();
             QuaZipFile entry(&zip);
             if (relative.endsWith(QLatin1Char('/'))) {
@@ -131,7 +146,7 @@ void BackupWorker::doWork()
                  more = check.goToNextFile()) {
                 ZipEntries::RawEntry raw;
                 if (!ZipEntries::current(&check, &raw) || index >= files.size() ||
-                    raw.entry.name != files.at(index)) {
+                    raw.entry.name != names.at(index)) {
                     verifyError = tr("the list of entries differs from the files backed up");
                     break;
                 }
@@ -158,7 +173,7 @@ void BackupWorker::doWork()
                            "might be corrupted. Try again later."));
         const QByteArray bytes = temp.readAll();
         m_dbFailed = false;
-        emit insertBackupDbRequest(m_request.hwId, m_request.name, m_request.description, files, bytes);
+        emit insertBackupDbRequest(m_request.hwId, m_request.name, m_request.description, names, bytes);
         temp.close();
         if (!temp.remove())
             qWarning() << "Failed to remove temporary backup file.";

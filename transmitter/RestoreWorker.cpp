@@ -82,6 +82,9 @@ bool RestoreWorker::restoreFrom(QIODevice *device)
     QString reason;
     if (!ArchiveCheck::check(device, -1, &listing, &reason))
         return fail(reason == openText ? OpenError : RefusedArchive, reason);
+    // The pages check this before starting; a worker driven otherwise must not write a non-backup.
+    if (!listing.hasConfig)
+        return fail(RefusedArchive, tr("Selected file is not a valid backup. Please select a valid backup."));
 
     // Plan before the first byte is written: every name must fit the drive as it is, and the free
     // space must hold each new file beside the old one it replaces.

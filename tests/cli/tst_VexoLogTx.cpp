@@ -54,7 +54,8 @@ void tst_VexoLogTx::backupAndRestoreThroughFile()
     QDir().mkpath(second);
     r = VexoLogRunner::run({"tx", "restore", second, zip});
     QVERIFY2(r.code == 0, r.err);
-    QCOMPARE(readAll(second + "/Config/Config.jsn"), kConfig);
+    // Stored as "config/config.jsn", which the transmitter's FAT drive takes as the same file.
+    QCOMPARE(readAll(second + "/config/config.jsn"), kConfig);
     QCOMPARE(readAll(second + "/Model/a.bin"), QByteArray(5000, 'a'));
     QVERIFY(!QFileInfo::exists(second + "/Log")); // not in the minimal scope
 }
