@@ -84,6 +84,10 @@ bool finish(const QString &root, const Leftover &leftover, QString *error)
     const QString target = root + QLatin1Char('/') + leftover.path;
     const QString fresh = target + kNew;
     const QString old = target + kOld;
+    if (!leftover.canFinish())
+        return fail(error, fresh,
+                    tr("The new copy may have been cut short while it was written. Roll back, then "
+                       "recover the transmitter again."));
     if (QFileInfo(fresh).isFile())
         return move(fresh, target, error) && remove(old, error);
     if (QFileInfo(old).isFile() && !QFileInfo(target).isFile())

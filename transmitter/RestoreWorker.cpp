@@ -3,6 +3,7 @@
 #include "database/ModelTableModel.h"
 #include "transmitter/ArchiveCheck.h"
 #include "transmitter/DriveFiles.h"
+#include "transmitter/RestoreJournal.h"
 #include "transmitter/WorkerText.h"
 #include "transmitter/ZipEntries.h"
 
@@ -114,6 +115,15 @@ bool RestoreWorker::restoreFrom(QIODevice *device)
                     tr("There is not enough free space on the transmitter: the backup needs %1, "
                        "%2 are free.")
                         .arg(ModelTableModel::formatSize(peak), ModelTableModel::formatSize(free)));
+    }
+
+    // Leftovers of an earlier interrupted recovery go back to their previous files first, so each file
+    // is again old or new and the swap below never meets a stale copy.
+    for (const RestoreJournal::Leftover &l : RestoreJournal::find(root)) {
+        QString why;
+        if (!RestoreJournal::rollBack(root, l, &why))
+            return fail(RecoverError, WorkerText::withDetail(tr("Unable to recover"), why));
+        emit processedFile(tr("Rolled back the interrupted recovery of %1").arg(l.path));
     }
 
     QuaZip archive(device);

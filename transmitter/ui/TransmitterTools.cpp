@@ -83,13 +83,25 @@ int TransmitterTools::offerRepair(const QString &rootPath)
 {
     const QList<RestoreJournal::Leftover> leftovers = RestoreJournal::find(rootPath);
     for (const RestoreJournal::Leftover &l : leftovers) {
-        // The old file is the safe answer, so it is what closing the box picks.
-        const int pick = prompter()->choose(
-            m_window, QMessageBox::Question, tr("Interrupted recovery"),
-            tr("<b>A recovery of the transmitter was interrupted.</b><ul><li>%1</li></ul>Finish the "
-               "recovery of this file with the backup's copy, or roll back to the previous file?")
-                .arg((rootPath + QLatin1Char('/') + l.path).toHtmlEscaped()),
-            {tr("Finish recovery"), tr("Roll back")}, 0);
+        const QString path = (rootPath + QLatin1Char('/') + l.path).toHtmlEscaped();
+        int pick = 1;
+        if (l.canFinish()) {
+            // The old file is the safe answer, so it is what closing the box picks.
+            pick = prompter()->choose(
+                m_window, QMessageBox::Question, tr("Interrupted recovery"),
+                tr("<b>A recovery of the transmitter was interrupted.</b><ul><li>%1</li></ul>Finish the "
+                   "recovery of this file with the backup's copy, or roll back to the previous file?")
+                    .arg(path),
+                {tr("Finish recovery"), tr("Roll back")}, 0);
+        } else {
+            // Its new copy may have been cut short: only the previous file can be trusted.
+            prompter()->choose(m_window, QMessageBox::Warning, tr("Interrupted recovery"),
+                               tr("<b>A recovery of the transmitter was interrupted while this file was "
+                                  "written.</b><ul><li>%1</li></ul>The unfinished copy is removed and the "
+                                  "previous file kept. Recover the transmitter again to restore it.")
+                                   .arg(path),
+                               {tr("Roll back")}, 0);
+        }
         QString error;
         const bool ok = pick == 0 ? RestoreJournal::finish(rootPath, l, &error)
                                   : RestoreJournal::rollBack(rootPath, l, &error);

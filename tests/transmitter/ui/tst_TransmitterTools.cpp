@@ -26,19 +26,25 @@ private slots:
     {
         QTest::addColumn<int>("choice"); // -1: the box closed
         QTest::addColumn<QByteArray>("expected");
-        QTest::newRow("finish") << 0 << QByteArray("new");
-        QTest::newRow("roll back") << 1 << QByteArray("old");
-        QTest::newRow("closed: the old file stays") << -1 << QByteArray("old");
+        // false: cut between the two renames; true: cut while the new copy was written (the old file
+        // still in place, the new copy perhaps short), where only rolling back is safe.
+        QTest::addColumn<bool>("whileWriting");
+        QTest::newRow("finish") << 0 << QByteArray("new") << false;
+        QTest::newRow("roll back") << 1 << QByteArray("old") << false;
+        QTest::newRow("closed: the old file stays") << -1 << QByteArray("old") << false;
+        QTest::newRow("cut while writing: old kept") << 0 << QByteArray("old") << true;
     }
     void repairOffered()
     {
         QFETCH(int, choice);
         QFETCH(QByteArray, expected);
+        QFETCH(bool, whileWriting);
         QTemporaryDir drive;
-        // Cut after the old file was renamed away and before the new one took its name.
         QVERIFY(QDir().mkpath(drive.filePath(QStringLiteral("Model"))));
-        QVERIFY(writeFile(drive.filePath(QStringLiteral("Model/m.bin.jsold")), "old"));
-        QVERIFY(writeFile(drive.filePath(QStringLiteral("Model/m.bin.jsnew")), "new"));
+        QVERIFY(writeFile(drive.filePath(whileWriting ? QStringLiteral("Model/m.bin")
+                                                      : QStringLiteral("Model/m.bin.jsold")),
+                          "old"));
+        QVERIFY(writeFile(drive.filePath(QStringLiteral("Model/m.bin.jsnew")), whileWriting ? "ne" : "new"));
         ScriptedPrompter prompter;
         prompter.choices.enqueue(choice);
         TransmitterTools tools(
