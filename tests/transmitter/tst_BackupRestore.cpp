@@ -480,6 +480,14 @@ void tst_BackupRestore::interruptedRestore()
                 now == newTree.value(path) || now == oldTree.value(path, "<missing>"),
                 qPrintable(QStringLiteral("step %1: %2 is %3").arg(n).arg(path, QString::fromUtf8(now))));
         }
+        {
+            // Recovering again over what the cut left ends with the backup's tree and no leftovers.
+            QTemporaryDir copy;
+            copyTree(drive, copy.path());
+            const Outcome again = restore(copy.path(), archive);
+            QVERIFY2(again.errorType < 0, qPrintable(again.errorText));
+            QCOMPARE(filesOnly(snapshot(copy.path())), newTree);
+        }
         for (const bool forward : {true, false}) {
             QTemporaryDir copy;
             copyTree(drive, copy.path());
