@@ -3,6 +3,7 @@
 #include "database/DatabaseManager.h"
 #include "transmitter/ArchiveCheck.h"
 #include "transmitter/BackupsModel.h"
+#include "transmitter/TransmitterConfig.h"
 #include "transmitter/TransmitterModels.h"
 #include "transmitter/ui/TransmitterWizard.h"
 #include "widgets/layout/Prompter.h"
@@ -23,6 +24,9 @@
 #include <QRadioButton>
 #include <QTreeView>
 #include <QVBoxLayout>
+
+#include <quazip/quazip.h>
+#include <quazip/quazipfile.h>
 
 namespace {
 QLabel *wrappedLabel(const QString &text)
@@ -223,6 +227,17 @@ bool RestoreSelectionPage::validate()
         prompter->warning(this, tr("Invalid file"), text);
         return false;
     }
+    // Which transmitter the backup was made on, so a recovery onto another model is not made unasked.
+    m_backupOf = TransmitterInfo();
+    if (archive->seek(0)) {
+        QuaZip zip(archive);
+        zip.setAutoClose(false);
+        if (zip.open(QuaZip::mdUnzip) && zip.setCurrentFile(QStringLiteral("config/config.jsn"))) {
+            QuaZipFile config(&zip);
+            if (config.open(QIODevice::ReadOnly))
+                TransmitterConfig::parse(config.read(TransmitterConfig::kMaxConfigSize), &m_backupOf);
+        }
+    }
     // What becomes of the image is the update tool's business; here it is only pointed out.
     const QString image = TransmitterModels::firmwareImage(w->transmitter().hwId);
     m_hasFirmware = false;
@@ -239,6 +254,22 @@ void RestoreSelectionPage::onNextClicked()
     if (!validate())
         return;
     TransmitterWizard *w = transmitterWizard();
+    // Writing to the transmitter cannot be undone from here: asked first.
+    QString text = tr("<b>Recover the transmitter from this backup?</b><p>Files on the transmitter that "
+                      "the backup holds are replaced by the backup's copies; other files stay.</p>");
+    const TransmitterInfo &now = w->transmitter();
+    if (m_backupOf.hwId != 0 && m_backupOf.hwId != now.hwId) {
+        text += tr("<p><b>The backup was made on a %1 (firmware %2.%3), the connected transmitter is a %4 "
+                   "(firmware %5.%6).</b></p>")
+                    .arg(m_backupOf.modelName.toHtmlEscaped())
+                    .arg(m_backupOf.versionMajor)
+                    .arg(m_backupOf.versionMinor)
+                    .arg(now.modelName.toHtmlEscaped())
+                    .arg(now.versionMajor)
+                    .arg(now.versionMinor);
+    }
+    if (w->prompter()->question(this, tr("Confirmation"), text) != QMessageBox::Yes)
+        return;
     w->giveBackNext();
     w->next();
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "link/TransmitterInfo.h"
+
 #include "transmitter/RestoreWorker.h"
 #include "transmitter/ui/WorkerProgressPage.h"
 
@@ -66,6 +68,8 @@ private:
     QPlainTextEdit *m_description;
     QListWidget *m_contents;
     QLineEdit *m_path;
+    // The transmitter the chosen backup was made on, from its configuration; hwId 0 when unreadable.
+    TransmitterInfo m_backupOf;
     QPushButton *m_browse;
     QLabel *m_firmware;
     bool m_hasFirmware = false;

@@ -293,11 +293,20 @@ private slots:
             selection->fileChoice()->setChecked(true);
             selection->pathField()->setText(zip);
         }
+        // Asked first; No writes nothing and stays.
+        m_prompter->buttons.enqueue(QMessageBox::No);
+        clickNext(w.get());
+        QCOMPARE(w->currentId(), int(TransmitterWizard::RestoreSelectionId));
+        QCOMPARE(readAll(QDir(m_drive).filePath(QStringLiteral("Model/m.bin"))), QByteArray("changed"));
         clickNext(w.get());
         QCOMPARE(w->currentId(), int(TransmitterWizard::RestoreProgressId));
         QTRY_COMPARE_WITH_TIMEOUT(w->currentId(), int(TransmitterWizard::RestoreFinishId), 30000);
         QCOMPARE(w->currentPage()->objectName(), QStringLiteral("restore-successful"));
-        QCOMPARE(m_prompter->asked.size(), 0);
+        QCOMPARE(m_prompter->asked.size(), 2);
+        QCOMPARE(m_prompter->asked[1].kind, QStringLiteral("question"));
+        QCOMPARE(m_prompter->asked[1].title, QStringLiteral("Confirmation"));
+        // Same model: no word of another transmitter.
+        QVERIFY(!m_prompter->asked[1].text.contains(QStringLiteral("connected transmitter is")));
         QCOMPARE(readAll(QDir(m_drive).filePath(QStringLiteral("Model/m.bin"))), model);
         QCOMPARE(readAll(QDir(m_drive).filePath(QStringLiteral("Export/x.txt"))), QByteArray("export"));
         QCOMPARE(readAll(QDir(m_drive).filePath(QStringLiteral("Log/a.log"))), QByteArray("kept"));
@@ -340,6 +349,32 @@ private slots:
         clickNext(w.get());
         QCOMPARE(w->currentId(), int(TransmitterWizard::RestoreSelectionId));
         QCOMPARE(titleAndText(*m_prompter), asked);
+    }
+
+    // A backup of another model is named in the confirmation, and No leaves the drive as it was.
+    void otherModelNamed()
+    {
+        put(QStringLiteral("config/config.jsn"), "{\"hw\":674,\"version\":\"4.22\"}");
+        const QString zip = m_dir->filePath(QStringLiteral("hc8.zip"));
+        {
+            QFile f(zip);
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write(ZipBuilder::build({{"config/config.jsn", "{\"hw\":678,\"version\":\"5.1\"}"}}));
+        }
+        auto w = wizard();
+        choose(w.get(), Recover);
+        w->next();
+        auto *selection = qobject_cast<RestoreSelectionPage *>(w->currentPage());
+        selection->fileChoice()->setChecked(true);
+        selection->pathField()->setText(zip);
+        m_prompter->buttons.enqueue(QMessageBox::No);
+        clickNext(w.get());
+        QCOMPARE(w->currentId(), int(TransmitterWizard::RestoreSelectionId));
+        QCOMPARE(m_prompter->asked.size(), 1);
+        QVERIFY(m_prompter->asked[0].text.contains(QStringLiteral("made on a Vexo HC-8 (firmware 5.1)")));
+        QVERIFY(m_prompter->asked[0].text.contains(QStringLiteral("is a Vexo HC-6 (firmware 4.22)")));
+        QCOMPARE(readAll(QDir(m_drive).filePath(QStringLiteral("config/config.jsn"))),
+                 QByteArray("{\"hw\":674,\"version\":\"4.22\"}"));
     }
 
     void cancelAsksFirst()
