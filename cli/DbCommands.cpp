@@ -3,6 +3,7 @@
 #include "cli/CliSupport.h"
 #include "database/DataFolderCheck.h"
 #include "database/DatabaseManager.h"
+#include "database/Logbook.h"
 #include "database/Logger.h"
 #include "database/ModelFolderTree.h"
 #include "database/ModelLibrary.h"
@@ -12,6 +13,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QLoggingCategory>
+#include <QRegularExpression>
 #include <QStandardPaths>
 
 #include <map>
@@ -27,6 +29,10 @@ const char kDbUsage[] = "usage: vexo-log db <command> [--db PATH] [arguments]\n"
                         "  export --log ID OUT    write a stored log to OUT, byte for byte\n"
                         "  delete-model --model NAME\n"
                         "                         delete a model with its folders and logs\n"
+                        "  logbook [--model NAME] [--csv]\n"
+                        "                         every model's flights, flight time and alarms; with\n"
+                        "                         --model that model's totals and each of its flights\n"
+                        "                         (--csv: comma-separated, durations also in ms)\n"
                         "\n"
                         "--db PATH: the database file, or a folder holding data.sqlite\n"
                         "           (default: the studio's own database)\n";
@@ -38,6 +44,7 @@ struct Options
     QString folder;
     QString log;
     QStringList positional;
+    bool csv = false;
 };
 
 struct Context
@@ -63,7 +70,9 @@ bool parseOptions(const QStringList &args, Options *o, QString *error)
     for (int i = 0; i < args.size(); ++i) {
         const QString &a = args.at(i);
         const auto it = valued.find(a);
-        if (it != valued.end()) {
+        if (a == QLatin1String("--csv")) {
+            o->csv = true;
+        } else if (it != valued.end()) {
             if (i + 1 >= args.size()) {
                 *error = QStringLiteral("%1 needs a value").arg(a);
                 return false;
@@ -147,13 +156,15 @@ int runCommand(const Context &c, const Options &o, const Command &command)
 // Arguments of the commands that take none besides --db.
 QString noArguments(const Options &o, const char *command)
 {
-    if (!o.positional.isEmpty() || !o.model.isEmpty() || !o.folder.isEmpty() || !o.log.isEmpty())
+    if (!o.positional.isEmpty() || !o.model.isEmpty() || !o.folder.isEmpty() || !o.log.isEmpty() || o.csv)
         return QStringLiteral("%1 takes no arguments besides --db").arg(QLatin1String(command));
     return QString();
 }
 
 QString importArguments(const Options &o)
 {
+    if (o.csv)
+        return QStringLiteral("import takes no --csv");
     if (o.model.trimmed().isEmpty())
         return QStringLiteral("import needs --model NAME");
     if (o.positional.isEmpty())
@@ -286,7 +297,7 @@ QString exportArguments(const Options &o)
 {
     bool isNumber = false;
     o.log.toInt(&isNumber);
-    if (!isNumber || o.positional.size() != 1 || !o.model.isEmpty() || !o.folder.isEmpty())
+    if (!isNumber || o.positional.size() != 1 || !o.model.isEmpty() || !o.folder.isEmpty() || o.csv)
         return QStringLiteral("export takes --log ID and one output file");
     return QString();
 }
@@ -306,7 +317,7 @@ int exportLog(const Context &c, const Options &o, Session &session)
 
 QString deleteModelArguments(const Options &o)
 {
-    if (o.model.isEmpty() || !o.positional.isEmpty() || !o.folder.isEmpty() || !o.log.isEmpty())
+    if (o.model.isEmpty() || !o.positional.isEmpty() || !o.folder.isEmpty() || !o.log.isEmpty() || o.csv)
         return QStringLiteral("delete-model takes --model NAME");
     return QString();
 }
@@ -329,6 +340,107 @@ int deleteModel(const Context &c, const Options &o, Session &session)
                 .arg(o.model)
                 .arg(folders)
                 .arg(logs));
+    return 0;
+}
+QString logbookArguments(const Options &o)
+{
+    if (!o.positional.isEmpty() || !o.folder.isEmpty() || !o.log.isEmpty())
+        return QStringLiteral("logbook takes only --model NAME and --csv");
+    return QString();
+}
+
+// RFC 4180: a field with a comma, a quote or a line break is quoted, its quotes doubled.
+QString csvField(const QString &text)
+{
+    static const QRegularExpression special(QStringLiteral("[\",\r\n]"));
+    if (!text.contains(special))
+        return text;
+    QString quoted = text;
+    return QLatin1Char('"') + quoted.replace(QLatin1Char('"'), QStringLiteral("\"\"")) + QLatin1Char('"');
+}
+
+QString csvLine(const QStringList &fields)
+{
+    QStringList quoted;
+    for (const QString &f : fields)
+        quoted << csvField(f);
+    return quoted.join(QLatin1Char(',')) + QLatin1Char('\n');
+}
+
+QString counted(int n, const char *one, const char *many)
+{
+    return QStringLiteral("%1 %2").arg(n).arg(QLatin1String(n == 1 ? one : many));
+}
+
+QString totalsLine(const Logbook::Totals &t)
+{
+    return QStringLiteral("%1, total %2, longest %3, first %4, last %5, %6")
+        .arg(counted(t.flights, "flight", "flights"), Logbook::durationText(t.totalms),
+             Logbook::durationText(t.longestms),
+             t.first.isValid() ? Logbook::dateText(t.first) : QStringLiteral("-"),
+             t.last.isValid() ? Logbook::dateText(t.last) : QStringLiteral("-"),
+             counted(t.alarms, "alarm", "alarms"));
+}
+
+// The same figures as the models window's logbook. Without --model one line per model; with it, that
+// model's totals and every flight by date.
+int logbook(const Context &c, const Options &o, Session &session)
+{
+    DatabaseManager &db = session.db();
+    int modelId = -1;
+    if (!o.model.isEmpty()) {
+        ModelLibrary library(&db);
+        // A missing model and a failed database both leave the reason in lastError().
+        if ((modelId = library.findModel(o.model)) < 0)
+            return c.fail(library.lastError());
+    }
+    bool ok = false;
+    const QVector<Logbook::Totals> totals = db.logTotals(modelId, &ok);
+    if (!ok)
+        return c.fail(db.lastError());
+    if (modelId < 0) {
+        if (o.csv) {
+            c.print(csvLine({QStringLiteral("model_id"), QStringLiteral("model"), QStringLiteral("flights"),
+                             QStringLiteral("total"), QStringLiteral("total_ms"), QStringLiteral("longest"),
+                             QStringLiteral("longest_ms"), QStringLiteral("first"), QStringLiteral("last"),
+                             QStringLiteral("alarms")}));
+        }
+        for (const Logbook::Totals &t : totals) {
+            if (o.csv) {
+                c.print(csvLine({QString::number(t.modelId), t.modelName, QString::number(t.flights),
+                                 Logbook::durationText(t.totalms), QString::number(t.totalms),
+                                 Logbook::durationText(t.longestms), QString::number(t.longestms),
+                                 Logbook::dateText(t.first), Logbook::dateText(t.last),
+                                 QString::number(t.alarms)}));
+            } else {
+                c.print(QStringLiteral("model %1  %2: %3\n").arg(t.modelId).arg(t.modelName, totalsLine(t)));
+            }
+        }
+        return 0;
+    }
+    Logbook book(&db);
+    if (!book.setModelId(modelId))
+        return c.fail(book.lastError());
+    if (o.csv) {
+        c.print(csvLine({QStringLiteral("log_id"), QStringLiteral("date"), QStringLiteral("duration"),
+                         QStringLiteral("duration_ms"), QStringLiteral("alarms"), QStringLiteral("file")}));
+    } else {
+        const Logbook::Totals &t = book.totals();
+        c.print(QStringLiteral("model %1  %2: %3\n").arg(t.modelId).arg(t.modelName, totalsLine(t)));
+    }
+    for (const Logbook::Flight &f : book.flights()) {
+        if (o.csv) {
+            c.print(csvLine({QString::number(f.logId), Logbook::dateText(f.date),
+                             Logbook::durationText(f.lengthms), QString::number(f.lengthms),
+                             QString::number(f.alarms), f.name}));
+        } else {
+            c.print(QStringLiteral("  log %1  %2  %3  %4  %5\n")
+                        .arg(f.logId)
+                        .arg(f.date.isValid() ? Logbook::dateText(f.date) : QStringLiteral("-"),
+                             Logbook::durationText(f.lengthms).rightJustified(8),
+                             counted(f.alarms, "alarm", "alarms"), f.name));
+        }
+    }
     return 0;
 }
 } // namespace
@@ -363,6 +475,7 @@ int DbCommands::run(const QStringList &args, std::FILE *out, std::FILE *err)
          {[](const Options &o) { return noArguments(o, "check"); }, Access::Inspect, &check}},
         {QStringLiteral("export"), {&exportArguments, Access::Existing, &exportLog}},
         {QStringLiteral("delete-model"), {&deleteModelArguments, Access::Existing, &deleteModel}},
+        {QStringLiteral("logbook"), {&logbookArguments, Access::Existing, &logbook}},
     };
     const auto it = commands.find(args.at(0));
     if (it == commands.end())

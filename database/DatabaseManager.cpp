@@ -1,6 +1,8 @@
 #include "database/DatabaseManager.h"
 
+#include "database/InflatingDevice.h"
 #include "database/Logger.h"
+#include "telemetry/LogFileLoader.h"
 
 #include <QDir>
 #include <QFile>
@@ -25,7 +27,7 @@ QStringList DatabaseManager::tableNames()
 {
     return {QStringLiteral("sensors"), QStringLiteral("layouts"), QStringLiteral("models"),
             QStringLiteral("folders"), QStringLiteral("logs"),    QStringLiteral("comments"),
-            QStringLiteral("backups")};
+            QStringLiteral("logbook"), QStringLiteral("backups")};
 }
 
 DatabaseManager::DatabaseManager(const QString &dataFolder, Logger *logger, QObject *parent)
@@ -141,6 +143,9 @@ bool DatabaseManager::initialise()
         while (q.next())
             missing.removeAll(q.value(0).toString());
     }
+    // Read-only, a database from before the logbook is still read: without alarm counts.
+    if (m_readOnly)
+        missing.removeAll(QStringLiteral("logbook"));
     if (!m_connection.execSimple(QStringLiteral("PRAGMA foreign_keys = ON")))
         return false;
     // The setting only takes on a new database, and a read-only one is never new: there its refusal to
@@ -182,12 +187,74 @@ bool DatabaseManager::upgrade()
     // The stored program version only stood for the schema; asking the schema itself also catches a
     // database copied in from an older installation.
     bool ok = false;
-    if (hasColumn(QStringLiteral("sensors"), QStringLiteral("updated"), &ok) || !ok)
+    if (!hasColumn(QStringLiteral("sensors"), QStringLiteral("updated"), &ok)) {
+        if (!ok)
+            return false;
+        if (m_logger)
+            m_logger->write(QLatin1String(kSystem), QStringLiteral("Database update to 0.5.4"));
+        if (!m_connection.execSimple(
+                QStringLiteral("alter table sensors add column updated int not null default 0;")))
+            return false;
+    }
+    // Read-only, nothing may be written: the logbook then shows no alarms (see hasLogbook()).
+    return m_readOnly || fillLogbook();
+}
+
+bool DatabaseManager::hasLogbook(bool *ok)
+{
+    QSqlQuery q = m_connection.query();
+    const bool done = m_connection.exec(
+        q, QStringLiteral("select 1 from sqlite_master where type = 'table' and name = 'logbook'"));
+    if (ok)
+        *ok = done;
+    return done && q.next();
+}
+
+// Before the logbook, logs carried no alarm count; a log stored by such a version, or by another
+// program, has no logbook row. Each is counted once here, from the stored log, so the logbook never
+// has to read a log again. One transaction: every row appears or none. A stored log that cannot be
+// read is entered with 0 and named in the application log, rather than holding back the others or
+// being read again at every start.
+bool DatabaseManager::fillLogbook()
+{
+    bool ok = false;
+    const QVector<int> ids = m_logs.logsWithoutLogbook(&ok);
+    if (!ok || ids.isEmpty())
         return ok;
     if (m_logger)
-        m_logger->write(QLatin1String(kSystem), QStringLiteral("Database update to 0.5.4"));
-    return m_connection.execSimple(
-        QStringLiteral("alter table sensors add column updated int not null default 0;"));
+        m_logger->write(QLatin1String(kSystem),
+                        QStringLiteral("Database update: logbook of %1 stored logs").arg(ids.size()));
+    if (!beginTransaction())
+        return false;
+    bool done = true;
+    for (int i = 0; done && i < ids.size(); ++i) {
+        QByteArray blob;
+        if (!m_logs.logDataCompressed(ids[i], &blob)) {
+            done = false;
+            break;
+        }
+        InflatingDevice device(blob);
+        TelemetryDataPackage package;
+        LogFileLoader loader(this);
+        int alarms = 0;
+        if (device.open(QIODevice::ReadOnly) && loader.load(&device, &package)) {
+            alarms = package.alarmCount();
+        } else if (m_logger) {
+            m_logger->write(QLatin1String(kSystem),
+                            QStringLiteral("Log %1: alarms not counted: %2")
+                                .arg(ids[i])
+                                .arg(device.isOpen() ? loader.lastError() : device.errorString()));
+        }
+        done = m_logs.setAlarms(ids[i], alarms);
+        if (m_upgradeProgress)
+            m_upgradeProgress(i + 1, ids.size());
+    }
+    if (done && commitTransaction())
+        return true;
+    if (m_logger)
+        m_logger->write(QLatin1String(kSystem), m_connection.lastError());
+    rollbackTransaction();
+    return false;
 }
 
 bool DatabaseManager::deleteDatabaseFile()
@@ -379,6 +446,24 @@ QHash<int, qint64> DatabaseManager::logLengths(int modelId, bool *ok)
     return m_logs.logLengths(modelId, ok);
 }
 
+QVector<LogTables::FlightRow> DatabaseManager::flights(int modelId, bool *ok)
+{
+    bool done = false;
+    const bool withAlarms = hasLogbook(&done);
+    if (ok)
+        *ok = done;
+    return done ? m_logs.flights(modelId, withAlarms, ok) : QVector<LogTables::FlightRow>();
+}
+
+QVector<LogTables::TotalsRow> DatabaseManager::logTotals(int modelId, bool *ok)
+{
+    bool done = false;
+    const bool withAlarms = hasLogbook(&done);
+    if (ok)
+        *ok = done;
+    return done ? m_logs.totals(modelId, withAlarms, ok) : QVector<LogTables::TotalsRow>();
+}
+
 // --- backups ---
 
 int DatabaseManager::insertBackup(quint32 hwid, const QString &name, const QString &description, qint64 size,
@@ -438,6 +523,16 @@ int DatabaseManager::insertLog(int modelId, int folderId, const QString &filenam
                                qint64 lengthms, const QDateTime &dateCreated)
 {
     return m_models.insertLog(modelId, folderId, filename, comment, lengthms, dateCreated);
+}
+
+bool DatabaseManager::setLogAlarms(int logId, int alarms)
+{
+    return m_logs.setAlarms(logId, alarms);
+}
+
+int DatabaseManager::findLog(int modelId, int folderId, const QString &filename, bool *ok)
+{
+    return m_models.findLog(modelId, folderId, filename, ok);
 }
 
 bool DatabaseManager::editLogComment(int id, const QString &comment)

@@ -14,6 +14,7 @@
 #include <QObject>
 #include <QVariantList>
 #include <QVector>
+#include <functional>
 
 class Logger;
 
@@ -32,7 +33,7 @@ public:
     using FolderRow = ModelTables::FolderRow;
     using LogRow = ModelTables::LogRow;
 
-    // The seven tables, in the order they are created.
+    // The eight tables, in the order they are created.
     static QStringList tableNames();
     static QString fileName() { return QStringLiteral("data.sqlite"); }
 
@@ -57,8 +58,18 @@ public:
     bool open();
     // Creates the missing tables (and only those) and switches foreign keys on.
     bool initialise();
-    // Brings an older schema up to date: before 0.5.4 the sensors table had no "updated" column.
+    // Brings an older schema up to date: before 0.5.4 the sensors table had no "updated" column; a log
+    // without a logbook row (stored before the logbook, or by another program) has its alarms counted
+    // once from the stored log, all in one transaction.
     bool upgrade();
+    // False for a database from before the logbook opened read-only (nothing could be added).
+    bool hasLogbook(bool *ok = nullptr);
+    // Told (done, total) while the upgrade works through stored logs, which can take a while for a
+    // large old database; the caller shows it.
+    void setUpgradeProgress(std::function<void(int, int)> progress)
+    {
+        m_upgradeProgress = std::move(progress);
+    }
     // open(), initialise() and upgrade(), stopping at the first failure.
     bool openAndInitialise();
     bool isOpen() const;
@@ -119,6 +130,10 @@ public:
     bool logDataCompressed(int id, QByteArray *blob);
     // Length in ms of every log of a model, by log id.
     QHash<int, qint64> logLengths(int modelId, bool *ok = nullptr);
+    // The logbook's two statements: a model's logs by recording date, and its logs added up (modelId
+    // -1: every model, by name).
+    QVector<LogTables::FlightRow> flights(int modelId, bool *ok = nullptr);
+    QVector<LogTables::TotalsRow> logTotals(int modelId, bool *ok = nullptr);
 
     // Backups: fileList and data are stored compressed.
     int insertBackup(quint32 hwid, const QString &name, const QString &description, qint64 size,
@@ -137,6 +152,11 @@ public:
     int insertFolder(int parentId, int modelId, const QString &name);
     int insertLog(int modelId, int folderId, const QString &filename, const QString &comment, qint64 lengthms,
                   const QDateTime &dateCreated);
+    // The log's alarm count, as the logbook shows it.
+    bool setLogAlarms(int logId, int alarms);
+    // The log of that name in that folder (-1: top level) of the model, -1 when none; ok (optional)
+    // tells a missing log from a failed statement.
+    int findLog(int modelId, int folderId, const QString &filename, bool *ok = nullptr);
     bool editLogComment(int id, const QString &comment);
     bool deleteFolder(int id);
     bool deleteLog(int id);
@@ -153,6 +173,7 @@ public:
 
 private:
     bool hasColumn(const QString &table, const QString &column, bool *ok);
+    bool fillLogbook();
 
     DatabaseConnection m_connection;
     SensorTables m_sensors{&m_connection};
@@ -164,4 +185,5 @@ private:
     int m_depth = 0;
     int m_busyTimeoutMs = 5000;
     bool m_readOnly = false;
+    std::function<void(int, int)> m_upgradeProgress;
 };

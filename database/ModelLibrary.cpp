@@ -261,25 +261,45 @@ int ModelLibrary::storeLog(const TelemetryDataPackage &package, int modelId, int
                            const QString &fileName, const QString &comment)
 {
     return storeNativeLog(LogFileWriter::write(package), package.recordingDate(), lengthOf(package), modelId,
-                          folderId, fileName.isEmpty() ? package.name() : fileName, comment);
+                          folderId, fileName.isEmpty() ? package.name() : fileName, comment,
+                          package.alarmCount());
 }
 
 int ModelLibrary::storeNativeLog(const QByteArray &nativeLog, const QDateTime &recordingDate, qint64 lengthms,
-                                 int modelId, int folderId, const QString &fileName, const QString &comment)
+                                 int modelId, int folderId, const QString &fileName, const QString &comment,
+                                 int alarms)
 {
     // Compressed before the transaction opens, so the database is locked only for the writes.
-    const QByteArray blob = BlobCodec::compress(nativeLog);
+    return storeCompressedLog(BlobCodec::compress(nativeLog), recordingDate, lengthms, alarms, modelId,
+                              folderId, fileName, comment);
+}
+
+int ModelLibrary::storeCompressedLog(const QByteArray &blob, const QDateTime &recordingDate, qint64 lengthms,
+                                     int alarms, int modelId, int folderId, const QString &fileName,
+                                     const QString &comment)
+{
     if (!m_db->beginTransaction()) {
         failFromDatabase();
         return -1;
     }
     const int id = m_db->insertLog(modelId, folderId, fileName, comment, lengthms, recordingDate);
     if (id < 0 || !m_db->updateLogCompressed(id, comment, recordingDate, blob, lengthms) ||
-        !m_db->commitTransaction()) {
+        !m_db->setLogAlarms(id, alarms) || !m_db->commitTransaction()) {
         failFromDatabase();
         m_db->rollbackTransaction();
         return -1;
     }
+    return id;
+}
+
+int ModelLibrary::findLog(int modelId, int folderId, const QString &fileName, bool *ok)
+{
+    bool done = false;
+    const int id = m_db->findLog(modelId, folderId, fileName, &done);
+    if (ok)
+        *ok = done;
+    if (!done)
+        failFromDatabase();
     return id;
 }
 

@@ -54,8 +54,16 @@ public:
     int storeLog(const TelemetryDataPackage &package, int modelId, int folderId,
                  const QString &fileName = QString(), const QString &comment = QString());
     int storeNativeLog(const QByteArray &nativeLog, const QDateTime &recordingDate, qint64 lengthms,
-                       int modelId, int folderId, const QString &fileName,
-                       const QString &comment = QString());
+                       int modelId, int folderId, const QString &fileName, const QString &comment = QString(),
+                       int alarms = 0);
+    // The same with the log already compressed (BlobCodec::compress), so a caller on the interface
+    // thread keeps only the short insert: reading, counting and compressing happen where it chooses.
+    int storeCompressedLog(const QByteArray &blob, const QDateTime &recordingDate, qint64 lengthms,
+                           int alarms, int modelId, int folderId, const QString &fileName,
+                           const QString &comment = QString());
+    // The log of that name (ignoring case, as the file systems it comes from do) in that folder (-1: top
+    // level) of the model; -1 when none (ok tells a missing log from a failed database).
+    int findLog(int modelId, int folderId, const QString &fileName, bool *ok = nullptr);
     // Reads a log file (any format the store opens, consulting the database's sensor table) and stores
     // it under the model and folder (-1: top level), named by its file name and dated by its recording
     // date. One transaction: the sensor rows the reading adds and the log go in together or not at all.

@@ -168,6 +168,20 @@ int ModelTables::insertLog(int modelId, int folderId, const QString &filename, c
          Db::dateText(dateCreated)});
 }
 
+int ModelTables::findLog(int modelId, int folderId, const QString &filename, bool *ok)
+{
+    QSqlQuery q = m_db->query();
+    // "is" matches a null folder (the top level) as well as an id; the column compares ignoring case.
+    const bool done = m_db->exec(
+        q,
+        QStringLiteral(
+            "select id from logs where modelId = ? and folderId is ? and filename = ? order by id"),
+        {modelId, Db::nullable(folderId), Db::text(filename)});
+    if (ok)
+        *ok = done;
+    return done && q.next() ? q.value(0).toInt() : -1;
+}
+
 bool ModelTables::editLogComment(int id, const QString &comment)
 {
     return m_db->execSimple(QStringLiteral("update logs set comment = ? where id = ?"),

@@ -54,6 +54,7 @@ public:
     int insertFolder(int parentId, int modelId, const QString &name);
     int insertLog(int modelId, int folderId, const QString &filename, const QString &comment, qint64 lengthms,
                   const QDateTime &dateCreated);
+    int findLog(int modelId, int folderId, const QString &filename, bool *ok);
     bool editLogComment(int id, const QString &comment);
     bool deleteFolder(int id);
     bool deleteLog(int id);

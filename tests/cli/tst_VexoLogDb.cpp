@@ -4,6 +4,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include "database/DatabaseManager.h"
+#include "database/ModelLibrary.h"
 #include "tests/support/TestFiles.h"
 #include "tests/support/VexoLogRunner.h"
 
@@ -29,6 +31,7 @@ class tst_VexoLogDb : public QObject
 private slots:
     void initTestCase();
     void importListExportDelete();
+    void logbook();
     void badUsage_data();
     void badUsage();
     void unusableDatabaseIsLeftAlone();
@@ -101,6 +104,48 @@ void tst_VexoLogDb::importListExportDelete()
     QVERIFY(r.out.contains(": 0 models"));
 }
 
+// The figures are the rows below added up by hand.
+void tst_VexoLogDb::logbook()
+{
+    const QString path = m_dir.filePath("logbook/data.sqlite");
+    {
+        DatabaseManager db(QFileInfo(path).absolutePath());
+        QVERIFY(db.openAndInitialise());
+        ModelLibrary library(&db);
+        const int extra = library.createModel("Extra 300");
+        const int cub = library.createModel("Cub, \"yellow\"");
+        library.createModel("Alpha");
+        const QDateTime day(QDate(2024, 5, 17), QTime(10, 0));
+        QVERIFY(db.insertLog(extra, -1, "b.log", "", 1230000, day.addDays(3)) > 0); // no logbook row: 0
+        QVERIFY(db.setLogAlarms(db.insertLog(extra, -1, "a.log", "", 420500, day), 2));
+        QVERIFY(db.setLogAlarms(db.insertLog(cub, -1, "c,1.log", "", 36005000, day.addDays(-1)), 1));
+    }
+    Result r = run({"db", "logbook", "--db", path});
+    QCOMPARE(r.code, 0);
+    QCOMPARE(r.out,
+             QString("model 3  Alpha: 0 flights, total 0:00:00, longest 0:00:00, first -, last -, 0 alarms\n"
+                     "model 2  Cub, \"yellow\": 1 flight, total 10:00:05, longest 10:00:05, "
+                     "first 2024-05-16 10:00:00, last 2024-05-16 10:00:00, 1 alarm\n"
+                     "model 1  Extra 300: 2 flights, total 0:27:30, longest 0:20:30, "
+                     "first 2024-05-17 10:00:00, last 2024-05-20 10:00:00, 2 alarms\n"));
+    r = run({"db", "logbook", "--db", path, "--model", "extra 300"});
+    QCOMPARE(r.code, 0);
+    QCOMPARE(r.out, QString("model 1  Extra 300: 2 flights, total 0:27:30, longest 0:20:30, "
+                            "first 2024-05-17 10:00:00, last 2024-05-20 10:00:00, 2 alarms\n"
+                            "  log 2  2024-05-17 10:00:00   0:07:00  2 alarms  a.log\n"
+                            "  log 1  2024-05-20 10:00:00   0:20:30  0 alarms  b.log\n"));
+    r = run({"db", "logbook", "--db", path, "--csv"});
+    QCOMPARE(r.out.split('\n').value(2),
+             QString("2,\"Cub, \"\"yellow\"\"\",1,10:00:05,36005000,10:00:05,36005000,2024-05-16 10:00:00,"
+                     "2024-05-16 10:00:00,1"));
+    r = run({"db", "logbook", "--db", path, "--model", "Cub, \"yellow\"", "--csv"});
+    QCOMPARE(r.out, QString("log_id,date,duration,duration_ms,alarms,file\n"
+                            "3,2024-05-16 10:00:00,10:00:05,36005000,1,\"c,1.log\"\n"));
+    r = run({"db", "logbook", "--db", path, "--model", "Nobody"});
+    QCOMPARE(r.code, 1);
+    QVERIFY2(r.err.contains("Nobody"), qPrintable(r.err));
+}
+
 void tst_VexoLogDb::badUsage_data()
 {
     QTest::addColumn<QStringList>("args");
@@ -108,6 +153,7 @@ void tst_VexoLogDb::badUsage_data()
     QTest::newRow("import without model") << QStringList{"db", "import", "x.log"};
     QTest::newRow("export with a bad id") << QStringList{"db", "export", "--log", "one", "out.log"};
     QTest::newRow("unknown option") << QStringList{"db", "list", "--force"};
+    QTest::newRow("logbook with a file") << QStringList{"db", "logbook", "x.log"};
 }
 
 void tst_VexoLogDb::badUsage()

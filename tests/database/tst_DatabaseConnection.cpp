@@ -49,6 +49,9 @@ void tst_DatabaseConnection::datesRead_data()
     QTest::newRow("T with ms") << "2024-05-17T13:04:05.250" << millis;
     QTest::newRow("empty") << "" << QDateTime();
     QTest::newRow("not a date") << "17.05.2024" << QDateTime();
+    QTest::newRow("no such day") << "2024-02-30 13:04:05" << QDateTime();
+    QTest::newRow("a letter in the day") << "2024-05-1x 13:04:05" << QDateTime();
+    QTest::newRow("minute 60") << "2024-05-17 13:60:05" << QDateTime();
 }
 
 void tst_DatabaseConnection::datesRead()

@@ -54,8 +54,8 @@ void tst_DatabaseManager::emptyFolderCreatesAllTablesOnce()
     QVERIFY(tables.exec("select name from sqlite_master where type = 'table' order by rowid"));
     while (tables.next())
         created << tables.value(0).toString();
-    QCOMPARE(created,
-             QStringList({"sensors", "layouts", "models", "folders", "logs", "comments", "backups"}));
+    QCOMPARE(created, QStringList({"sensors", "layouts", "models", "folders", "logs", "comments", "logbook",
+                                   "backups"}));
     QCOMPARE(countOf(f.db, "PRAGMA auto_vacuum"), 1); // FULL
     QVERIFY(f.logText().contains(" | System ... Database reinitialization\n"));
 

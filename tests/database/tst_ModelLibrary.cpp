@@ -20,6 +20,8 @@ private slots:
     void findModelByName_data();
     void findModelByName();
     void storedLogComesBackByteIdentical();
+    void findLogByFolderAndName_data();
+    void findLogByFolderAndName();
     void datePathIsFoundOrCreatedLevelByLevel();
     void nothingMovesAcrossModels();
     void importFileIsAllOrNothing_data();
@@ -39,6 +41,38 @@ void tst_ModelLibrary::init()
     m_db = std::make_unique<DatabaseManager>(m_dir->path());
     QVERIFY(m_db->openAndInitialise());
     m_lib = std::make_unique<ModelLibrary>(m_db.get());
+}
+
+void tst_ModelLibrary::findLogByFolderAndName_data()
+{
+    // model, folder, name, which stored log is found (empty: none)
+    QTest::addColumn<QStringList>("row");
+    QTest::newRow("top level") << QStringList{"A", "", "12-00-00.log", "A top"};
+    QTest::newRow("in a folder") << QStringList{"A", "2024/05/17", "12-00-00.log", "A folder"};
+    QTest::newRow("case ignored") << QStringList{"A", "2024/05/17", "12-00-00.LOG", "A folder"};
+    QTest::newRow("parent folder is not the folder") << QStringList{"A", "2024/05", "12-00-00.log", ""};
+    QTest::newRow("another model's log") << QStringList{"B", "", "12-00-00.log", ""};
+    QTest::newRow("another name") << QStringList{"A", "", "12-00-01.log", ""};
+}
+
+// The duplicate check of log synchronisation: same model, same folder, same name.
+void tst_ModelLibrary::findLogByFolderAndName()
+{
+    QFETCH(QStringList, row);
+    const QString model = row[0], folder = row[1], name = row[2], found = row[3];
+    const int a = m_lib->createModel("A");
+    const int b = m_lib->createModel("B");
+    int day = -1;
+    QVERIFY(m_lib->folderForPath(a, "2024/05/17", &day));
+    const QHash<QString, int> logs = {
+        {"A top", m_lib->storeNativeLog("x", QDateTime(), 0, a, -1, "12-00-00.log")},
+        {"A folder", m_lib->storeNativeLog("x", QDateTime(), 0, a, day, "12-00-00.log")}};
+    int folderId = -1;
+    QVERIFY(m_lib->folderForPath(model == "A" ? a : b, folder, &folderId));
+    bool ok = false;
+    QCOMPARE(m_lib->findLog(model == "A" ? a : b, folderId, name, &ok),
+             found.isEmpty() ? -1 : logs.value(found));
+    QVERIFY(ok);
 }
 
 void tst_ModelLibrary::cleanup()

@@ -12,6 +12,7 @@
 #include "widgets/layout/WindowTypes.h"
 #include "widgets/models/DeletableTreeView.h"
 #include "widgets/models/DialogLoadLog.h"
+#include "widgets/models/LogbookView.h"
 
 #include <QDialog>
 #include <QDialogButtonBox>
@@ -22,6 +23,7 @@
 #include <QPlainTextEdit>
 #include <QSignalBlocker>
 #include <QSplitter>
+#include <QTabWidget>
 #include <QTableView>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -65,12 +67,17 @@ WidgetModel::WidgetModel(DatabaseManager *database, ModelLibrary *library, Telem
 
     auto *splitter = new QSplitter(Qt::Vertical, this);
     splitter->addWidget(m_modelView);
-    auto *lower = new QWidget(splitter);
+    // The stored logs and the logbook over them share the lower part: one tab each.
+    auto *tabs = new QTabWidget(splitter);
+    auto *lower = new QWidget(tabs);
     auto *lowerLayout = new QVBoxLayout(lower);
     lowerLayout->setContentsMargins(0, 0, 0, 0);
     lowerLayout->addWidget(folderButton, 0, Qt::AlignLeft);
     lowerLayout->addWidget(m_treeView);
-    splitter->addWidget(lower);
+    tabs->addTab(lower, tr("Logs"));
+    m_logbook = new LogbookView(database, tabs);
+    tabs->addTab(m_logbook, tr("Logbook"));
+    splitter->addWidget(tabs);
     splitter->setStretchFactor(1, 3);
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -87,6 +94,11 @@ WidgetModel::WidgetModel(DatabaseManager *database, ModelLibrary *library, Telem
         if (m_tree->itemKind(index) == ModelFolderTree::LogItem)
             openFile();
     });
+    // Every change of the tree (a log stored, moved, renamed or deleted; a model reloaded) rebuilds it
+    // or renames in place; the logbook follows either way.
+    connect(m_tree, &QAbstractItemModel::modelReset, m_logbook,
+            [this] { m_logbook->setModelId(m_tree->modelId()); });
+    connect(m_tree, &QAbstractItemModel::dataChanged, m_logbook, &LogbookView::refresh);
     connect(m_treeView, &DeletableTreeView::deleteRequested, this, [this](const QModelIndex &index) {
         if (m_tree->itemKind(index) == ModelFolderTree::LogItem)
             removeFileAction();

@@ -10,14 +10,16 @@ class WindowHub;
 
 class DatabaseManager;
 class DeletableTreeView;
+class LogbookView;
 class ModelFolderTree;
 class ModelLibrary;
 class ModelTableModel;
 class QTableView;
 class TelemetryData;
 
-// The models window: the list of models, and for the selected one its folders and stored logs. Logs are
-// opened into the store, exported, renamed, commented, moved by dragging and deleted from here.
+// The models window: the list of models, and for the selected one its folders and stored logs (one
+// tab) and its logbook (another). Logs are opened into the store, exported, renamed, commented, moved
+// by dragging and deleted from here.
 class WidgetModel : public QWidget, public SerializableWidget
 {
     Q_OBJECT
@@ -39,6 +41,7 @@ public:
     void setOpenGuard(OpenGuard guard) { m_openGuard = std::move(guard); }
     ModelFolderTree *tree() const { return m_tree; }
     ModelTableModel *models() const { return m_models; }
+    LogbookView *logbook() const { return m_logbook; }
 
 public slots:
     void openFile();
@@ -54,7 +57,7 @@ public slots:
     void loadLogFiles();
     void newFolder();
     void onCustomHeaderMenuRequest(const QPoint &pos);
-    // Reads models and tree again (after an import or a recording was stored).
+    // Reads models, tree and logbook again (after an import, a recording or a log synchronisation).
     void reload();
 
 signals:
@@ -80,6 +83,7 @@ private:
     ModelFolderTree *m_tree;
     QTableView *m_modelView;
     DeletableTreeView *m_treeView;
+    LogbookView *m_logbook;
     int m_activeModel = -1;
     OpenGuard m_openGuard;
 };
