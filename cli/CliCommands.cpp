@@ -52,8 +52,8 @@ const char kUsage[] =
     "  devdef compile SRC... OUT | devdef dump FILE\n"
     "                         check device definition sources and pack them into a\n"
     "                         definitions file (Devices.bin), or print one back as source\n"
-    "  tx info|backup|restore|backups ...\n"
-    "                         a transmitter drive's backups (vexo-log tx --help); exit code 3:\n"
+    "  tx info|backup|restore|backups|sync ...\n"
+    "                         a transmitter drive's backups and logs (vexo-log tx --help); exit code 3:\n"
     "                         a restore failed after it had written to the drive\n";
 
 struct Context

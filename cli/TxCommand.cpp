@@ -4,13 +4,17 @@
 #include "cli/DbCommands.h"
 #include "database/DatabaseManager.h"
 #include "database/Logger.h"
+#include "database/ModelLibrary.h"
 #include "database/ModelTableModel.h"
 #include "link/TransmitterInfo.h"
 #include "transmitter/BackupRules.h"
 #include "transmitter/BackupWorker.h"
 #include "transmitter/BackupsModel.h"
+#include "transmitter/LogSyncStore.h"
 #include "transmitter/RestoreWorker.h"
+#include "transmitter/SyncWorker.h"
 #include "transmitter/TransmitterConfig.h"
+#include "transmitter/TransmitterLogsModel.h"
 #include "transmitter/TransmitterModels.h"
 
 #include <QDir>
@@ -33,6 +37,9 @@ const char kTxUsage[] =
     "                         write a backup back onto the drive; the archive is checked first\n"
     "  backups [--db PATH] [--delete ID]\n"
     "                         the backups in the database, newest first; or delete one\n"
+    "  sync ROOT [--db PATH] [--dry-run]\n"
+    "                         file every log of the drive's Log folder under its model in the\n"
+    "                         database; logs already there are skipped; --dry-run writes nothing\n"
     "\n"
     "--db PATH: the database file, or a folder holding data.sqlite (default: the studio's own)\n"
     "exit codes: 0 done, 1 failed with nothing written, 2 bad usage, 3 failed after the drive\n"
@@ -49,6 +56,7 @@ struct Options
     QString description;
     QString backup;
     QString remove;
+    bool dryRun = false;
 };
 
 struct Context
@@ -85,6 +93,8 @@ bool parseOptions(const QStringList &args, Options *o, QString *error)
             o->toDb = true;
             if (i + 1 < args.size() && !args.at(i + 1).startsWith(QLatin1String("--")))
                 o->db = args.at(++i);
+        } else if (a == QLatin1String("--dry-run")) {
+            o->dryRun = true;
         } else if (a.startsWith(QLatin1String("--"))) {
             *error = QStringLiteral("unknown option %1").arg(a);
             return false;
@@ -313,6 +323,41 @@ int backups(const Context &c, const Options &o)
     c.print(text);
     return 0;
 }
+int sync(const Context &c, const Options &o)
+{
+    if (o.positional.size() != 1)
+        return c.usage(QStringLiteral("sync takes the drive's root folder"));
+    const QString root = o.positional.at(0);
+    if (!QFileInfo(QDir(root).filePath(QStringLiteral("Log"))).isDir())
+        return c.fail(QStringLiteral("%1: no Log folder on this drive").arg(QDir::toNativeSeparators(root)));
+    Database database(o.db);
+    if (!database.open())
+        return c.fail(database.db().lastError());
+    ModelLibrary library(&database.db());
+    TransmitterLogsModel logs;
+    logs.setDriveRoot(root);
+    logs.setAllChecked(true);
+    LogSyncStore store(&logs, &library);
+    store.setDryRun(o.dryRun);
+    SyncWorker worker(logs.checkedLogs(), root);
+    store.attach(&worker, Qt::DirectConnection);
+    if (o.dryRun)
+        c.print(QStringLiteral("Dry run: nothing is written.\n"));
+    QString error;
+    QObject::connect(&worker, &SyncWorker::processedFile, [&](QString line) {
+        if (o.dryRun)
+            line.replace(QLatin1String(": stored under "), QLatin1String(": would be stored under "));
+        c.print(line + '\n');
+    });
+    QObject::connect(&worker, &SyncWorker::error,
+                     [&](SyncWorker::ErrorType, const QString &text) { error = plain(text); });
+    worker.doWork();
+    const SyncReport report = worker.report();
+    c.print(report.summary() + '\n');
+    if (!error.isEmpty())
+        return c.fail(error);
+    return report.failed.isEmpty() ? 0 : 1;
+}
 } // namespace
 
 int TxCommand::run(const QStringList &args, std::FILE *out, std::FILE *err)
@@ -328,7 +373,8 @@ int TxCommand::run(const QStringList &args, std::FILE *out, std::FILE *err)
         {QStringLiteral("info"), &info},
         {QStringLiteral("backup"), &backup},
         {QStringLiteral("restore"), &restore},
-        {QStringLiteral("backups"), &backups}};
+        {QStringLiteral("backups"), &backups},
+        {QStringLiteral("sync"), &sync}};
     const auto it = commands.find(args.at(0));
     if (it == commands.end())
         return c.usage(QStringLiteral("unknown tx command %1").arg(args.at(0)));

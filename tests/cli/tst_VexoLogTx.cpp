@@ -1,3 +1,5 @@
+#include "telemetry/LogFileWriter.h"
+#include "telemetry/LogGenerator.h"
 #include "tests/support/TestFiles.h"
 #include "tests/support/VexoLogRunner.h"
 #include "tests/support/ZipBuilder.h"
@@ -34,6 +36,7 @@ private slots:
     void backupAndRestoreThroughDatabase();
     void refusals_data();
     void refusals();
+    void syncStoresEachLogOnce();
 };
 
 void tst_VexoLogTx::backupAndRestoreThroughFile()
@@ -122,6 +125,37 @@ void tst_VexoLogTx::refusals()
     QCOMPARE(r.code, code);
     QVERIFY2(text(r.err).contains(message), r.err);
     QVERIFY(!QFileInfo::exists(tmp.filePath("outside")));
+}
+
+void tst_VexoLogTx::syncStoresEachLogOnce()
+{
+    QTemporaryDir tmp;
+    const QString drive = tmp.filePath("drive");
+    const QString db = tmp.filePath("db");
+    QDir().mkpath(drive + "/Log/20240517");
+    QDir().mkpath(db);
+    LogGenerator::Options o;
+    o.seconds = 10;
+    TelemetryDataPackage p = LogGenerator::generate(o);
+    p.setName("Alpha");
+    QVERIFY(writeFile(drive + "/Log/20240517/10-00-00.log", LogFileWriter::write(p)));
+    QVERIFY(writeFile(drive + "/Log/20240517/11-00-00.log", QByteArray(2000, '\x01')));
+
+    // A dry run writes nothing: the real run after it still stores the log.
+    auto r = VexoLogRunner::run({"tx", "sync", drive, "--db", db, "--dry-run"});
+    QCOMPARE(r.code, 1); // the damaged log counts as a failure
+    r = VexoLogRunner::run({"tx", "sync", drive, "--db", db});
+    QCOMPARE(r.code, 1);
+    QVERIFY2(text(r.out).contains("Stored: 1\n") && text(r.out).contains("Failed: 1\n") &&
+                 text(r.out).contains("20240517/11-00-00.log"),
+             r.out);
+    QVERIFY(QFile::remove(drive + "/Log/20240517/11-00-00.log"));
+    r = VexoLogRunner::run({"tx", "sync", drive, "--db", db});
+    QVERIFY2(r.code == 0, r.err);
+    QVERIFY2(text(r.out).contains("Stored: 0\n") && text(r.out).contains("Skipped as already present: 1\n"),
+             r.out);
+    r = VexoLogRunner::run({"tx", "sync", tmp.filePath("nowhere"), "--db", db});
+    QVERIFY(r.code != 0 && !r.err.isEmpty());
 }
 
 QTEST_GUILESS_MAIN(tst_VexoLogTx)
