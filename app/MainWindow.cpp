@@ -64,6 +64,8 @@
 #include <QToolBar>
 #include <QUrl>
 
+#include <memory>
+
 MainWindow::MainWindow(AppSettings *settings, Logger *logger, QWidget *parent)
     : QMainWindow(parent), m_settings(settings), m_logger(logger)
 {
@@ -73,8 +75,22 @@ MainWindow::MainWindow(AppSettings *settings, Logger *logger, QWidget *parent)
 
     const QString data = AppSettings::dataFolder();
     m_database = new DatabaseManager(data, logger);
-    // Opens, checks and upgrades the database; what it finds is shown once the window is up.
+    // Opens, checks and upgrades the database; what it finds is shown once the window is up. Counting
+    // the alarms of every log of an older database takes a while once: shown, not a silent wait.
+    std::unique_ptr<QProgressDialog> upgrading;
+    m_database->setUpgradeProgress([&upgrading](int done, int total) {
+        if (!upgrading) {
+            upgrading = std::make_unique<QProgressDialog>(
+                tr("Updating the logbook of %n stored logs...", nullptr, total), QString(), 0, total);
+            upgrading->setWindowTitle(tr("Vexo Studio"));
+            upgrading->setWindowModality(Qt::ApplicationModal);
+            upgrading->setMinimumDuration(500);
+        }
+        upgrading->setValue(done);
+    });
     m_startupReport = DataFolderCheck::run(m_database);
+    m_database->setUpgradeProgress({});
+    upgrading.reset();
     if (!m_startupReport.isOk())
         qWarning().noquote() << "Data folder:" << m_startupReport.message;
     m_library = new ModelLibrary(m_database);
@@ -384,6 +400,9 @@ void MainWindow::createActions()
             &TransmitterTools::onTransmitterAdded);
     connect(wrapper, &SerialPortWrapper::transmitterRemoved, transmitters,
             &TransmitterTools::onTransmitterRemoved);
+    // Synchronised logs appear in the models windows and their logbooks.
+    connect(transmitters, &TransmitterTools::logsSynchronized, this,
+            [this] { emit logStoredInDatabase(-1); });
     build.menu(menuBar(), tr("Tools"),
                {notYet(tr("Device Updater")),
                 notYet(tr("VEXOBOX Maxi")),

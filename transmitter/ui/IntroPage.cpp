@@ -30,7 +30,7 @@ const Tool kTools[] = {
      TransmitterWizard::NotAvailableId},
     {"sync32x32.png", QT_TRANSLATE_NOOP("IntroPage", "Synchronize log files"),
      QT_TRANSLATE_NOOP("IntroPage", "Synchronize the transmitter log files with Vexo Studio."),
-     TransmitterWizard::NotAvailableId},
+     TransmitterWizard::SyncIntroId},
     {"restore32x32.png", QT_TRANSLATE_NOOP("IntroPage", "Recover the Transmitter"),
      QT_TRANSLATE_NOOP("IntroPage", "Helps you to restore your transmitter from a backup."),
      TransmitterWizard::RestoreIntroId},

@@ -50,6 +50,7 @@ TransmitterWizard *TransmitterTools::createWizard(const TransmitterInfo &transmi
 {
     auto *wizard = new TransmitterWizard(transmitter, m_database, prompter(), m_window);
     wizard->setAttribute(Qt::WA_DeleteOnClose);
+    connect(wizard, &TransmitterWizard::logsSynchronized, this, &TransmitterTools::logsSynchronized);
     m_wizard = wizard;
     return wizard;
 }

@@ -35,6 +35,10 @@ public:
     // The number handled.
     int offerRepair(const QString &rootPath);
 
+signals:
+    // A synchronisation in the wizard stored logs: the models views should read the database again.
+    void logsSynchronized();
+
 public slots:
     void openWizard();
     void onTransmitterAdded(const TransmitterInfo &transmitter);

@@ -7,6 +7,7 @@
 #include "transmitter/ui/ManageBackupsPages.h"
 #include "transmitter/ui/NotAvailablePage.h"
 #include "transmitter/ui/RestorePages.h"
+#include "transmitter/ui/SyncLogsPages.h"
 #include "transmitter/ui/WorkerProgressPage.h"
 #include "widgets/layout/Prompter.h"
 
@@ -19,6 +20,8 @@ void registerTypes()
 {
     qRegisterMetaType<BackupWorker::ErrorType>("BackupWorker::ErrorType");
     qRegisterMetaType<RestoreWorker::ErrorType>("RestoreWorker::ErrorType");
+    qRegisterMetaType<SyncWorker::ErrorType>("SyncWorker::ErrorType");
+    qRegisterMetaType<SyncReport>("SyncReport");
 }
 } // namespace
 
@@ -48,6 +51,10 @@ TransmitterWizard::TransmitterWizard(const TransmitterInfo &transmitter, Databas
     setPage(RestoreSelectionId, new RestoreSelectionPage);
     setPage(RestoreProgressId, new RestoreProgressPage);
     setPage(RestoreFinishId, new RestoreFinishPage);
+    setPage(SyncIntroId, new SyncLogsIntroPage);
+    setPage(SyncSelectionId, new SyncLogsSelectionPage);
+    setPage(SyncProgressId, new SyncLogsProgressPage);
+    setPage(SyncFinishId, new SyncLogsFinishPage);
     setStartId(IntroId);
     // A page that took Next over holds it only while it is shown.
     connect(this, &QWizard::currentIdChanged, this, &TransmitterWizard::giveBackNext);
@@ -95,6 +102,7 @@ void TransmitterWizard::onTransmitterRemoved(const QString &rootPath)
     if (rootPath != m_transmitter.rootPath)
         return;
     qDebug() << "Transmitter removed!";
+    emit driveRemoved();
     emit driveChanged();
 }
 

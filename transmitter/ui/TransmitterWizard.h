@@ -29,6 +29,10 @@ public:
         RestoreSelectionId,
         RestoreProgressId,
         RestoreFinishId,
+        SyncIntroId,
+        SyncSelectionId,
+        SyncProgressId,
+        SyncFinishId,
     };
 
     // database may be null (no database open): the tools that need it say so.
@@ -63,6 +67,10 @@ public slots:
 signals:
     // The drive went away or came back: pages showing the drive read it again.
     void driveChanged();
+    // The drive went away (announced before driveChanged): work on it must stop.
+    void driveRemoved();
+    // Logs were stored in the database by a synchronisation: views of the models should read them.
+    void logsSynchronized();
 
 private:
     void disconnectNext();

@@ -37,12 +37,12 @@ WorkerProgressPage::WorkerProgressPage(const QString &cancelQuestion, QWidget *p
     m_toggle = new QPushButton;
     m_details = new QPlainTextEdit;
     m_details->setReadOnly(true);
-    auto *buttons = new QHBoxLayout;
-    buttons->addWidget(m_status, 1);
-    buttons->addWidget(m_toggle);
+    m_buttons = new QHBoxLayout;
+    m_buttons->addWidget(m_status, 1);
+    m_buttons->addWidget(m_toggle);
     auto *layout = new QVBoxLayout(this);
     layout->addWidget(m_bar);
-    layout->addLayout(buttons);
+    layout->addLayout(m_buttons);
     layout->addWidget(m_details, 1);
     connect(m_toggle, &QPushButton::clicked, this, [this] { setDetailsShown(m_details->isHidden()); });
     setDetailsShown(false);
@@ -52,6 +52,13 @@ WorkerProgressPage::WorkerProgressPage(const QString &cancelQuestion, QWidget *p
 
 WorkerProgressPage::~WorkerProgressPage()
 {
+    shutDown();
+}
+
+void WorkerProgressPage::shutDown()
+{
+    if (m_destroying)
+        return;
     // The dialog went away while the worker ran: stop it, then wait as for any worker.
     m_destroying = true;
     if (isRunning())
@@ -166,6 +173,16 @@ void WorkerProgressPage::reportError(bool canceled, const QString &text)
     transmitterWizard()->prompter()->error(this, tr("Error"), asRichText(text));
 }
 
+void WorkerProgressPage::addButton(QWidget *button)
+{
+    m_buttons->addWidget(button);
+}
+
+void WorkerProgressPage::appendDetails(const QString &text)
+{
+    m_details->appendPlainText(text);
+}
+
 void WorkerProgressPage::deleteWorker()
 {
     if (!m_worker)
@@ -178,8 +195,11 @@ void WorkerProgressPage::deleteWorker()
     QElapsedTimer waited;
     waited.start();
     bool ended = false;
-    while (!(ended = m_thread->wait(20)) && waited.elapsed() < kWorkerWaitMs)
+    while (!(ended = m_thread->wait(20)) && waited.elapsed() < kWorkerWaitMs) {
         QCoreApplication::sendPostedEvents(this, QEvent::MetaCall);
+        if (m_answerer)
+            QCoreApplication::sendPostedEvents(m_answerer, QEvent::MetaCall);
+    }
     if (ended) {
         delete m_worker;
         delete m_thread;

@@ -5,6 +5,7 @@
 
 #include <functional>
 
+class QHBoxLayout;
 class QLabel;
 class QPlainTextEdit;
 class QProgressBar;
@@ -42,10 +43,20 @@ protected:
     // also says how to tell it to stop (setCanceller); the common signals are connected here.
     virtual QObject *createWorker() = 0;
     void setCanceller(std::function<void()> cancel) { m_cancelWorker = std::move(cancel); }
+    // Another object on this thread that answers the worker's blocking requests: it is served while the
+    // page waits for the worker to end, as the page itself is.
+    void setAnswerer(QObject *answerer) { m_answerer = answerer; }
     TransmitterWizard *transmitterWizard() const;
     QObject *worker() const { return m_worker; }
     // For the tool's error slot: a canceled run only says so, anything else is shown in a box.
     void reportError(bool canceled, const QString &text);
+    // For what a tool tells beside the worker's own lines (a summary of the run).
+    void appendDetails(const QString &text);
+    // A tool's own button, shown beside "Show details".
+    void addButton(QWidget *button);
+    // Stops a running worker and waits for it, as destruction does; for a tool page whose own members
+    // answer the worker and go before this base does.
+    void shutDown();
 
 private:
     void start();
@@ -55,10 +66,12 @@ private:
     QProgressBar *m_bar;
     QLabel *m_status;
     QPushButton *m_toggle;
+    QHBoxLayout *m_buttons;
     QPlainTextEdit *m_details;
     QString m_cancelQuestion;
     QObject *m_worker = nullptr;
     std::function<void()> m_cancelWorker;
+    QPointer<QObject> m_answerer;
     QThread *m_thread = nullptr;
     bool m_workerDone = false;
     bool m_failed = false;

@@ -147,9 +147,9 @@ private slots:
         }
         // Each row opens its own page set; the later tools say they are not there yet.
         const QList<QPair<Tool, int>> opens = {
-            {Backup, TransmitterWizard::BackupIntroId},    {ViewBackups, TransmitterWizard::ManageBackupsId},
-            {LuaApps, TransmitterWizard::NotAvailableId},  {Update, TransmitterWizard::NotAvailableId},
-            {SyncLogs, TransmitterWizard::NotAvailableId}, {Recover, TransmitterWizard::RestoreIntroId}};
+            {Backup, TransmitterWizard::BackupIntroId},   {ViewBackups, TransmitterWizard::ManageBackupsId},
+            {LuaApps, TransmitterWizard::NotAvailableId}, {Update, TransmitterWizard::NotAvailableId},
+            {SyncLogs, TransmitterWizard::SyncIntroId},   {Recover, TransmitterWizard::RestoreIntroId}};
         for (const auto &o : opens) {
             w->restart();
             choose(w.get(), o.first);
