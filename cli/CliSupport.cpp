@@ -53,3 +53,9 @@ const TelemetryVar *CliSupport::findVariable(const TelemetryDataPackage &package
     const TelemetrySensor *device = package.device(pair.deviceId);
     return device ? device->var(pair.param) : nullptr;
 }
+
+void CliSupport::Output::print(const QString &text) const
+{
+    std::fputs(text.toUtf8().constData(), out);
+    std::fflush(out);
+}

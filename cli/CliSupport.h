@@ -28,6 +28,20 @@ enum class Damage
 bool readLog(std::FILE *err, const QString &path, TelemetryDataPackage *package, Damage damage,
              bool csv = false);
 
+// Where a subcommand writes: its results on out, its errors on err, naming it and ending in its usage.
+struct Output
+{
+    std::FILE *out;
+    std::FILE *err;
+    const char *command;
+    const char *usageText;
+
+    int fail(const QString &message) const { return CliSupport::fail(err, message); }
+    int usage(const QString &message) const { return CliSupport::usage(err, command, message, usageText); }
+    // UTF-8, flushed at once so progress shows while the command works.
+    void print(const QString &text) const;
+};
+
 // "D:P": a variable named by its device id (decimal) and parameter number.
 bool parseVariable(const QString &text, TelemetrySimplePair *pair);
 // The variable of a log, or null when the log lacks it.

@@ -47,19 +47,7 @@ struct Options
     bool csv = false;
 };
 
-struct Context
-{
-    std::FILE *out;
-    std::FILE *err;
-
-    int fail(const QString &message) const { return CliSupport::fail(err, message); }
-    int usage(const QString &message) const { return CliSupport::usage(err, "db", message, kDbUsage); }
-    void print(const QString &text) const
-    {
-        std::fputs(text.toUtf8().constData(), out);
-        std::fflush(out);
-    }
-};
+using Context = CliSupport::Output;
 
 bool parseOptions(const QStringList &args, Options *o, QString *error)
 {
@@ -460,7 +448,7 @@ QString DbCommands::defaultDatabasePath()
 
 int DbCommands::run(const QStringList &args, std::FILE *out, std::FILE *err)
 {
-    const Context c{out, err};
+    const Context c{out, err, "db", kDbUsage};
     if (args.isEmpty())
         return c.usage(QStringLiteral("which db command?"));
     if (args.at(0) == QLatin1String("--help") || args.at(0) == QLatin1String("-h")) {

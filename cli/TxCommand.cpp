@@ -59,19 +59,7 @@ struct Options
     bool dryRun = false;
 };
 
-struct Context
-{
-    std::FILE *out;
-    std::FILE *err;
-
-    int fail(const QString &message) const { return CliSupport::fail(err, message); }
-    int usage(const QString &message) const { return CliSupport::usage(err, "tx", message, kTxUsage); }
-    void print(const QString &text) const
-    {
-        std::fputs(text.toUtf8().constData(), out);
-        std::fflush(out);
-    }
-};
+using Context = CliSupport::Output;
 
 bool parseOptions(const QStringList &args, Options *o, QString *error)
 {
@@ -362,7 +350,7 @@ int sync(const Context &c, const Options &o)
 
 int TxCommand::run(const QStringList &args, std::FILE *out, std::FILE *err)
 {
-    const Context c{out, err};
+    const Context c{out, err, "tx", kTxUsage};
     if (args.isEmpty())
         return c.usage(QStringLiteral("which tx command?"));
     if (args.at(0) == QLatin1String("--help") || args.at(0) == QLatin1String("-h")) {
