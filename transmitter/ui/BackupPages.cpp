@@ -26,32 +26,13 @@
 #include <QTreeView>
 #include <QVBoxLayout>
 
-namespace {
-QLabel *wrappedLabel(const QString &text)
-{
-    auto *label = new QLabel(text);
-    label->setWordWrap(true);
-    return label;
-}
-
-// The wizard a page was added to (QWizardPage::wizard() is protected).
-TransmitterWizard *toolWizard(const QWizardPage *page)
-{
-    for (QObject *p = page->parent(); p; p = p->parent()) {
-        if (auto *w = qobject_cast<TransmitterWizard *>(p))
-            return w;
-    }
-    return nullptr;
-}
-} // namespace
-
 // --- intro ---
 
 BackupIntroPage::BackupIntroPage(QWidget *parent) : QWizardPage(parent)
 {
     setTitle(tr("HC/HS Transmitter Backup"));
     auto *layout = new QVBoxLayout(this);
-    layout->addWidget(wrappedLabel(
+    layout->addWidget(TransmitterWizard::wrappedLabel(
         tr("This wizard will guide you through a backup process of your Vexo HC/HS transmitter.")));
     layout->addStretch();
 }
@@ -88,7 +69,7 @@ BackupSelectionPage::BackupSelectionPage(QWidget *parent) : QWizardPage(parent)
 
 void BackupSelectionPage::initializePage()
 {
-    TransmitterWizard *w = toolWizard(this);
+    TransmitterWizard *w = TransmitterWizard::of(this);
     connect(w, &TransmitterWizard::driveChanged, this, &BackupSelectionPage::reloadDrive,
             Qt::UniqueConnection);
     if (m_model->driveRoot() != QDir::cleanPath(w->transmitter().rootPath))
@@ -97,7 +78,7 @@ void BackupSelectionPage::initializePage()
 
 void BackupSelectionPage::showDrive()
 {
-    const QModelIndex root = m_model->setDriveRoot(toolWizard(this)->transmitter().rootPath);
+    const QModelIndex root = m_model->setDriveRoot(TransmitterWizard::of(this)->transmitter().rootPath);
     m_tree->setRootIndex(root);
     m_model->applyScope(BackupRules::Scope(m_scope->currentIndex()));
     emit completeChanged();
@@ -180,7 +161,7 @@ BackupInformationPage::BackupInformationPage(QWidget *parent) : QWizardPage(pare
 
 TransmitterWizard *BackupInformationPage::transmitterWizard() const
 {
-    return toolWizard(this);
+    return TransmitterWizard::of(this);
 }
 
 void BackupInformationPage::initializePage()
@@ -367,6 +348,7 @@ BackupFinishPage::BackupFinishPage(QWidget *parent) : QWizardPage(parent)
     setTitle(tr("HC/HS Transmitter Backup"));
     setFinalPage(true);
     auto *layout = new QVBoxLayout(this);
-    layout->addWidget(wrappedLabel(tr("The transmitter backup has been successfully created.")));
+    layout->addWidget(
+        TransmitterWizard::wrappedLabel(tr("The transmitter backup has been successfully created.")));
     layout->addStretch();
 }

@@ -28,22 +28,13 @@
 #include <quazip/quazip.h>
 #include <quazip/quazipfile.h>
 
-namespace {
-QLabel *wrappedLabel(const QString &text)
-{
-    auto *label = new QLabel(text);
-    label->setWordWrap(true);
-    return label;
-}
-} // namespace
-
 // --- intro ---
 
 RestoreIntroPage::RestoreIntroPage(QWidget *parent) : QWizardPage(parent)
 {
     setTitle(tr("HC/HS Transmitter Recovery"));
     auto *layout = new QVBoxLayout(this);
-    layout->addWidget(wrappedLabel(
+    layout->addWidget(TransmitterWizard::wrappedLabel(
         tr("This wizard will guide you through restoring your Vexo HC/HS transmitter from backup.")));
     layout->addStretch();
 }
@@ -325,6 +316,7 @@ RestoreFinishPage::RestoreFinishPage(QWidget *parent) : QWizardPage(parent)
     setTitle(tr("HC/HS Transmitter Recovery"));
     setFinalPage(true);
     auto *layout = new QVBoxLayout(this);
-    layout->addWidget(wrappedLabel(tr("Your transmitter has been successfully recovered.")));
+    layout->addWidget(
+        TransmitterWizard::wrappedLabel(tr("Your transmitter has been successfully recovered.")));
     layout->addStretch();
 }

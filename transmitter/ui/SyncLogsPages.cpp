@@ -19,22 +19,6 @@
 #include <QVBoxLayout>
 
 namespace {
-QLabel *wrappedLabel(const QString &text)
-{
-    auto *label = new QLabel(text);
-    label->setWordWrap(true);
-    return label;
-}
-
-// The wizard a page was added to (QWizardPage::wizard() is protected).
-TransmitterWizard *toolWizard(const QWizardPage *page)
-{
-    for (QObject *p = page->parent(); p; p = p->parent()) {
-        if (auto *w = qobject_cast<TransmitterWizard *>(p))
-            return w;
-    }
-    return nullptr;
-}
 
 bool removeFromDrive(const QString &path, bool folder)
 {
@@ -51,10 +35,10 @@ SyncLogsIntroPage::SyncLogsIntroPage(QWidget *parent) : QWizardPage(parent)
 {
     setTitle(tr("HC/HS Log Sync"));
     auto *layout = new QVBoxLayout(this);
-    layout->addWidget(wrappedLabel(
+    layout->addWidget(TransmitterWizard::wrappedLabel(
         tr("This wizard will guide you through copying the flight logs of your Vexo HC/HS transmitter "
            "into Vexo Studio.")));
-    layout->addWidget(wrappedLabel(
+    layout->addWidget(TransmitterWizard::wrappedLabel(
         tr("Each log is filed under the model it was recorded with, in a folder of its flight date. A "
            "model that is not in the database yet is created. Logs that are already there are left "
            "alone, so you can synchronize as often as you like.")));
@@ -100,7 +84,7 @@ SyncLogsSelectionPage::SyncLogsSelectionPage(QWidget *parent) : QWizardPage(pare
 
 TransmitterWizard *SyncLogsSelectionPage::transmitterWizard() const
 {
-    return toolWizard(this);
+    return TransmitterWizard::of(this);
 }
 
 void SyncLogsSelectionPage::initializePage()
@@ -318,14 +302,14 @@ SyncLogsFinishPage::SyncLogsFinishPage(QWidget *parent) : QWizardPage(parent)
     m_summary = new QPlainTextEdit;
     m_summary->setReadOnly(true);
     auto *layout = new QVBoxLayout(this);
-    m_headline = wrappedLabel(QString());
+    m_headline = TransmitterWizard::wrappedLabel(QString());
     layout->addWidget(m_headline);
     layout->addWidget(m_summary, 1);
 }
 
 void SyncLogsFinishPage::initializePage()
 {
-    TransmitterWizard *w = toolWizard(this);
+    TransmitterWizard *w = TransmitterWizard::of(this);
     auto *progress = qobject_cast<SyncLogsProgressPage *>(w->page(TransmitterWizard::SyncProgressId));
     const SyncReport &report = progress->report();
     // "Successfully" would hide the logs that could not be read: those are named below.

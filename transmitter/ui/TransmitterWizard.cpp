@@ -14,6 +14,7 @@
 #include <QAbstractButton>
 #include <QDebug>
 #include <QIcon>
+#include <QLabel>
 
 namespace {
 void registerTypes()
@@ -112,4 +113,20 @@ void TransmitterWizard::onTransmitterAdded(const TransmitterInfo &transmitter)
         return;
     m_transmitter = transmitter;
     emit driveChanged();
+}
+
+TransmitterWizard *TransmitterWizard::of(const QWidget *page)
+{
+    for (QObject *p = page->parent(); p; p = p->parent()) {
+        if (auto *w = qobject_cast<TransmitterWizard *>(p))
+            return w;
+    }
+    return nullptr;
+}
+
+QLabel *TransmitterWizard::wrappedLabel(const QString &text)
+{
+    auto *label = new QLabel(text);
+    label->setWordWrap(true);
+    return label;
 }

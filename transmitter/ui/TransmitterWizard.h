@@ -11,10 +11,17 @@ class Prompter;
 
 // The one dialog through which every transmitter tool is used: an intro page listing the tools, then
 // the pages of the chosen tool. Pages reach the transmitter, the database and the prompter through it.
+class QLabel;
+
 class TransmitterWizard : public QWizard
 {
     Q_OBJECT
 public:
+    // The wizard a page was added to (QWizardPage::wizard() is protected); null before it was.
+    static TransmitterWizard *of(const QWidget *page);
+    // A page's explanation, wrapped to the page's width.
+    static QLabel *wrappedLabel(const QString &text);
+
     enum PageId
     {
         IntroId,
