@@ -139,23 +139,14 @@ SyncWorker::Step SyncWorker::syncOne(const QPersistentModelIndex &index, const Q
     // Whole file in one buffer of its size: the bytes stored are the file's, not a re-written copy.
     QFile file(path);
     QByteArray bytes;
-    if (file.open(QIODevice::ReadOnly)) {
-        const qint64 size = file.size();
-        if (size > BlobCodec::kMaxSize) {
-            failLog(name, QString(), tr("%1: %2").arg(info.fileName(), tr("the file is too large")));
-            return Step::Next;
-        }
-        bytes.resize(int(size));
-        if (file.read(bytes.data(), size) != size) {
-            if (driveGone())
-                return disconnected();
-            qDebug() << "Unable to open logfile:" << path;
-            failLog(name, QString(),
-                    tr("Unable to open the log file") + QStringLiteral(": ") +
-                        tr("%1: %2").arg(info.fileName(), file.errorString()));
-            return Step::Next;
-        }
-    } else {
+    const bool opened = file.open(QIODevice::ReadOnly);
+    const qint64 size = opened ? file.size() : 0;
+    if (size > BlobCodec::kMaxSize) {
+        failLog(name, QString(), tr("%1: %2").arg(info.fileName(), tr("the file is too large")));
+        return Step::Next;
+    }
+    bytes.resize(int(size));
+    if (!opened || file.read(bytes.data(), size) != size) {
         if (driveGone())
             return disconnected();
         qDebug() << "Unable to open logfile:" << path;
