@@ -8,7 +8,7 @@
 // by its root path (on Linux every root starts with "/", so the drive letter alone names nothing).
 struct TransmitterInfo
 {
-    QString rootPath; // "/" separators, no trailing "/" (except a bare "/")
+    QString rootPath;     // "/" separators, no trailing "/" (except a bare "/")
     char driveLetter = 0; // the first character of rootPath
     quint16 hwId = 0;
     int versionMajor = 0;

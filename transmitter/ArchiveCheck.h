@@ -11,9 +11,9 @@ namespace ArchiveCheck {
 
 struct Entry
 {
-    QString name; // as stored
+    QString name;          // as stored
     bool isFolder = false; // name ends in "/"
-    qint64 size = 0; // declared uncompressed size
+    qint64 size = 0;       // declared uncompressed size
     qint64 compressedSize = 0;
     quint32 crc = 0;
 };

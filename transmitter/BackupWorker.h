@@ -15,17 +15,17 @@ public:
     enum ErrorType
     {
         CreateFileError, // "Could not create backup file, backup process will be aborted. Try again later."
-        OpenFileError, // "Unable to open the file"
-        ZipError, // "There was an error during creating backup file"
-        VerifyError, // the archive written does not read back
-        DatabaseError, // "There was an error during creating the backup in database. ..."
+        OpenFileError,   // "Unable to open the file"
+        ZipError,        // "There was an error during creating backup file"
+        VerifyError,     // the archive written does not read back
+        DatabaseError,   // "There was an error during creating the backup in database. ..."
         Canceled,
     };
     Q_ENUM(ErrorType)
 
     struct Request
     {
-        QString root; // transmitter drive root
+        QString root;      // transmitter drive root
         QStringList files; // relative to root, "/" separators; folders end in "/"
         bool toDatabase = false;
         QString targetFile; // when !toDatabase: the .zip written (atomically) at the end
