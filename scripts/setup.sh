@@ -11,7 +11,7 @@ packages=(
     qtquickcontrols2-5-dev qml-module-qtquick2 qml-module-qtquick-controls2 qml-module-qtquick-layouts
     qml-module-qtgraphicaleffects libqt5svg5-dev libquazip1-qt5-dev libsdl2-dev libxlsxwriter-dev
     zlib1g-dev cmake ninja-build g++ pkg-config xvfb xauth fonts-dejavu-core socat clang clang-format
-    dpkg-dev file desktop-file-utils libxml2-utils zip unzip
+    dpkg-dev file desktop-file-utils libxml2-utils zip unzip curl
 )
 
 missing=()
