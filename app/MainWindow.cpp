@@ -8,6 +8,7 @@
 #include "app/RecordingController.h"
 #include "app/RecordingIndicator.h"
 #include "app/SensorTableBridge.h"
+#include "app/UpdateController.h"
 #include "database/DataFolderCheck.h"
 #include "database/DatabaseManager.h"
 #include "database/DefaultLayout.h"
@@ -723,11 +724,24 @@ void MainWindow::startEmulator()
         m_emulator->start(QStringLiteral("\"%1\"").arg(program), QStringList());
 }
 
+UpdateController *MainWindow::updates()
+{
+    if (!m_updates) {
+        m_updates = new UpdateController(
+            this, [this] { return prompter(); }, this);
+        connect(m_updates, &UpdateController::quitRequested, this, &MainWindow::close, Qt::QueuedConnection);
+    }
+    return m_updates;
+}
+
 void MainWindow::checkForUpdates()
 {
-    prompter()->information(this, tr("Vexo Studio Update"),
-                            tr("<b>Update not available: </b><ul><li>%1</li></ul>")
-                                .arg(tr("this build has no update service configured")));
+    updates()->check(true);
+}
+
+void MainWindow::checkForUpdatesAtStart()
+{
+    updates()->check(false);
 }
 
 void MainWindow::showAbout()
@@ -762,6 +776,8 @@ void MainWindow::closeEvent(QCloseEvent *event)
         return;
     }
     m_closing = true;
+    if (m_updates)
+        m_updates->stop();
     m_sensorBridge->setClosing(true);
     m_loader->stop();
     QString error;

@@ -16,6 +16,7 @@ class Logger;
 class ModelLibrary;
 class PlaybackBar;
 class Prompter;
+class UpdateController;
 class QAction;
 class QLabel;
 class QTimer;
@@ -60,6 +61,8 @@ public:
     // What the data folder check found at start; shown by showStartupReport() once the window is up.
     const StartupReport &startupReport() const { return m_startupReport; }
     void showStartupReport();
+    // The online update check at start ("AutoUpdate"): silent unless it has something to offer.
+    void checkForUpdatesAtStart();
     // Starts opening a log off the interface thread; the result arrives through logLoaded().
     void openLog(const QString &path);
     bool isLoadingLog() const;
@@ -101,6 +104,7 @@ private:
     void openHelpFile(const QString &file, const char *missingMessage);
     void startEmulator();
     void checkForUpdates();
+    UpdateController *updates();
     void showAbout();
     void resetToolbars();
     bool saveSession(QString *error);
@@ -124,6 +128,7 @@ private:
     QLabel *m_serialIcon = nullptr;
     QLabel *m_serialText = nullptr;
     QProcess *m_emulator = nullptr;
+    UpdateController *m_updates = nullptr;
     QByteArray m_defaultState;
     StartupReport m_startupReport;
     int m_activeModel = -1;

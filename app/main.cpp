@@ -116,6 +116,9 @@ int main(int argc, char *argv[])
                 std::fprintf(stderr, "Configuration not loaded: reinitializing\n");
             window.startWithoutSettings(shotPath.isEmpty());
         }
+        // A screenshot run answers no questions, so it asks the update service nothing.
+        if (shotPath.isEmpty() && settings.flag(AppSettings::kAutoUpdate))
+            window.checkForUpdatesAtStart();
         // "--layout FILE.jsn": that arrangement instead of the model's, for this run.
         const int layoutArg = arguments.indexOf(QStringLiteral("--layout"));
         if (layoutArg >= 0) {

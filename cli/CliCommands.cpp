@@ -11,6 +11,7 @@
 #include "cli/ParamsCommand.h"
 #include "cli/TableCommands.h"
 #include "cli/TxCommand.h"
+#include "cli/UpdateCommand.h"
 #include "telemetry/LogFileWriter.h"
 #include "telemetry/LogGenerator.h"
 #include "telemetry/TelemetryDataPackage.h"
@@ -54,7 +55,10 @@ const char kUsage[] =
     "                         definitions file (Devices.bin), or print one back as source\n"
     "  tx info|backup|restore|backups|sync ...\n"
     "                         a transmitter drive's backups and logs (vexo-log tx --help); exit code 3:\n"
-    "                         a restore failed after it had written to the drive\n";
+    "                         a restore failed after it had written to the drive\n"
+    "  check-updates [--download]\n"
+    "                         ask the update service (VEXO_UPDATE_URL) for a newer program and\n"
+    "                         device definitions; --download fetches and verifies the latter\n";
 
 struct Context
 {
@@ -229,6 +233,8 @@ int CliCommands::run(const QStringList &arguments, std::FILE *out, std::FILE *er
         {QStringLiteral("params"), [](const Context &c) { return ParamsCommand::run(c.args, c.out, c.err); }},
         {QStringLiteral("devdef"), [](const Context &c) { return DevdefCommand::run(c.args, c.out, c.err); }},
         {QStringLiteral("tx"), [](const Context &c) { return TxCommand::run(c.args, c.out, c.err); }},
+        {QStringLiteral("check-updates"),
+         [](const Context &c) { return UpdateCommand::run(c.args, c.out, c.err); }},
     };
     Context c{arguments.mid(1), out, err, QString()};
     const auto it = commands.find(arguments.at(0));
