@@ -142,13 +142,8 @@ void UpdateChecker::run()
     }
     m_catalogueDownload->disconnect(this);
     connect(m_catalogueDownload, &AbstractDownloader::finished, this, [this](bool ok) {
-        if (!ok) {
-            qDebug() << "UpdateChecker: Error" << m_catalogueDownload->errorString();
-            if (!m_cancelled)
-                emit checkFailed(m_catalogueDownload->errorString());
-            emit done();
+        if (catalogueMissing(ok))
             return;
-        }
         qDebug() << "UpdateChecker: Downloaded Update.xml";
         const QString version = offeredVersion(m_catalogueDownload->data());
         if (version.isEmpty()) {
@@ -162,6 +157,17 @@ void UpdateChecker::run()
     m_catalogueDownload->download(m_folder.resolved(QUrl(QStringLiteral("Update.xml"))));
 }
 
+bool UpdateChecker::catalogueMissing(bool ok)
+{
+    if (ok)
+        return false;
+    qDebug() << "UpdateChecker: Error" << m_catalogueDownload->errorString();
+    if (!m_cancelled)
+        emit checkFailed(m_catalogueDownload->errorString());
+    emit done();
+    return true;
+}
+
 void UpdateChecker::checkDevices()
 {
     if (m_cancelled) {
@@ -171,13 +177,8 @@ void UpdateChecker::checkDevices()
     const QUrl catalogueUrl = m_folder.resolved(QUrl(QStringLiteral("DevUpdate.xml")));
     m_catalogueDownload->disconnect(this);
     connect(m_catalogueDownload, &AbstractDownloader::finished, this, [this, catalogueUrl](bool ok) {
-        if (!ok) {
-            qDebug() << "UpdateChecker: Error" << m_catalogueDownload->errorString();
-            if (!m_cancelled)
-                emit checkFailed(m_catalogueDownload->errorString());
-            emit done();
+        if (catalogueMissing(ok))
             return;
-        }
         qDebug() << "UpdateChecker: Downloaded DevUpdate.xml";
         m_catalogue = deviceCatalogue(m_catalogueDownload->data());
         if (!m_catalogue.date.isValid()) {

@@ -78,6 +78,8 @@ signals:
 
 private:
     void checkDevices();
+    // True when the catalogue did not arrive: the check then ends quietly, the window told why.
+    bool catalogueMissing(bool ok);
     void startDefinitionsDownload();
     void definitionsDownloaded(bool ok);
     QString stagingPath() const;
