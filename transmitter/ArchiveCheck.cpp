@@ -28,35 +28,67 @@ constexpr quint32 kTypeMask = 0170000;
 constexpr quint32 kRegular = 0100000;
 constexpr quint32 kFolder = 0040000;
 
+// Names the drive's file system reserves for devices, with or without an extension.
+bool isDeviceName(const QString &segment)
+{
+    const QString base = segment.section(QLatin1Char('.'), 0, 0).trimmed().toLower();
+    static const QStringList fixed = {QStringLiteral("con"), QStringLiteral("prn"), QStringLiteral("aux"),
+                                      QStringLiteral("nul"), QStringLiteral("clock$")};
+    if (fixed.contains(base))
+        return true;
+    return base.size() == 4 &&
+           (base.startsWith(QLatin1String("com")) || base.startsWith(QLatin1String("lpt"))) &&
+           base.at(3) >= QLatin1Char('1') && base.at(3) <= QLatin1Char('9');
+}
+
+// The shared rule: false with the reason in *why (naming `shown`) when `path` may not be written.
+bool pathProblem(const QString &path, const QString &shown, QString *why)
+{
+    auto fail = [why](const QString &text) {
+        if (why)
+            *why = text;
+        return false;
+    };
+    if (path.isEmpty())
+        return fail(tr("the name is empty"));
+    if (path.startsWith(QLatin1Char('/')))
+        return fail(tr("\"%1\" has an absolute path").arg(shown));
+    for (const QChar c : path) {
+        if (c.unicode() < 0x20 || c.unicode() == 0x7f)
+            return fail(tr("\"%1\" has a control character in its name").arg(shown));
+        if (c == QLatin1Char('\\'))
+            return fail(tr("\"%1\" uses \"\\\" in its path").arg(shown));
+        if (c == QLatin1Char(':'))
+            return fail(tr("\"%1\" names a drive or a stream").arg(shown));
+        if (QStringLiteral("<>\"|?*").contains(c))
+            return fail(tr("\"%1\" has a character the transmitter's file system cannot store").arg(shown));
+    }
+    const QStringList segments = path.split(QLatin1Char('/'));
+    if (segments.size() > kMaxDepth)
+        return fail(tr("\"%1\" is nested too deeply").arg(shown));
+    for (const QString &segment : segments) {
+        if (segment.isEmpty() || segment == QLatin1String(".") || segment == QLatin1String(".."))
+            return fail(tr("\"%1\" has an empty, \".\" or \"..\" part in its path").arg(shown));
+        // The drive's file system drops trailing dots and blanks: two names would become one.
+        if (segment.endsWith(QLatin1Char('.')) || segment.endsWith(QLatin1Char(' ')))
+            return fail(tr("\"%1\" has a name part ending in a dot or a blank").arg(shown));
+        if (segment.size() > 255)
+            return fail(tr("\"%1\" has a name part longer than the file system allows").arg(shown));
+        if (isDeviceName(segment))
+            return fail(tr("\"%1\" uses a name reserved for a device").arg(shown));
+    }
+    return true;
+}
+
 // Why a stored name may not be written below the drive root, or an empty text.
 QString nameProblem(const QString &name, bool isFolder)
 {
     const QString path = isFolder ? name.left(name.size() - 1) : name;
     if (path.isEmpty())
         return tr("an entry has an empty name");
-    if (path.startsWith(QLatin1Char('/')))
-        return tr("the entry \"%1\" has an absolute path").arg(name);
-    for (const QChar c : path) {
-        if (c.unicode() < 0x20 || c.unicode() == 0x7f)
-            return tr("the entry \"%1\" has a control character in its name").arg(name);
-        if (c == QLatin1Char('\\'))
-            return tr("the entry \"%1\" uses \"\\\" in its path").arg(name);
-        if (c == QLatin1Char(':'))
-            return tr("the entry \"%1\" names a drive or a stream").arg(name);
-        if (QStringLiteral("<>\"|?*").contains(c))
-            return tr("the entry \"%1\" has a character the transmitter's file system cannot store")
-                .arg(name);
-    }
-    const QStringList segments = path.split(QLatin1Char('/'));
-    if (segments.size() > kMaxDepth)
-        return tr("the entry \"%1\" is nested too deeply").arg(name);
-    for (const QString &segment : segments) {
-        if (segment.isEmpty() || segment == QLatin1String(".") || segment == QLatin1String(".."))
-            return tr("the entry \"%1\" has an empty, \".\" or \"..\" part in its path").arg(name);
-        // The drive's file system drops trailing dots and blanks: two names would become one.
-        if (segment.endsWith(QLatin1Char('.')) || segment.endsWith(QLatin1Char(' ')))
-            return tr("the entry \"%1\" has a name part ending in a dot or a blank").arg(name);
-    }
+    QString why;
+    if (!pathProblem(path, name, &why))
+        return tr("the entry %1").arg(why);
     return {};
 }
 
@@ -158,6 +190,11 @@ bool check(QIODevice *zip, qint64 freeSpace, Listing *listing, QString *error)
     if (listing)
         *listing = result;
     return true;
+}
+
+bool isSafeRelativePath(const QString &name, QString *why)
+{
+    return pathProblem(name, name, why);
 }
 
 } // namespace ArchiveCheck

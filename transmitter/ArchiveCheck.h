@@ -29,4 +29,10 @@ struct Listing
 // false with a user-readable reason in *error when the archive is refused.
 bool check(QIODevice *zip, qint64 freeSpace, Listing *listing, QString *error);
 
+// True when `name` is a plain relative path that stays below the drive root and that the drive's FAT file
+// system can hold: "/" separated, no absolute path, drive letter, "\", ".", ".." or empty part, control
+// character, character FAT cannot store, part ending in a dot or a blank, or device name ("con", "lpt1").
+// Otherwise false with the reason (naming the path) in *why.
+bool isSafeRelativePath(const QString &name, QString *why = nullptr);
+
 } // namespace ArchiveCheck
