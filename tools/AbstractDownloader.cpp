@@ -169,14 +169,20 @@ void AbstractDownloader::abort()
         stop(tr("The download was cancelled."));
 }
 
-void AbstractDownloader::abandonDownload()
+QNetworkReply *AbstractDownloader::takeReply()
 {
-    if (!m_reply)
-        return;
     m_silence->stop();
     QNetworkReply *reply = m_reply;
     m_reply = nullptr;
     reply->disconnect(this);
+    return reply;
+}
+
+void AbstractDownloader::abandonDownload()
+{
+    if (!m_reply)
+        return;
+    QNetworkReply *reply = takeReply();
     if (!reply->isFinished()) {
         qDebug() << "Aborting an active network reply!";
         reply->abort();
@@ -337,11 +343,7 @@ void AbstractDownloader::finish(bool ok)
 {
     if (!m_reply)
         return;
-    m_silence->stop();
-    QNetworkReply *reply = m_reply;
-    m_reply = nullptr;
-    reply->disconnect(this);
-    reply->deleteLater();
+    takeReply()->deleteLater();
     if (!ok)
         discardDownload();
     emit finished(ok);

@@ -92,6 +92,8 @@ private:
     void onSilence();
     void stop(const QString &reason);
     void finish(bool ok);
+    // The running reply, detached from this downloader and its silence limit; the caller disposes of it.
+    QNetworkReply *takeReply();
     void releaseReply();
     // Reads what has arrived; false once the download has stopped.
     bool readAvailable();
