@@ -2,6 +2,8 @@
 
 #include "cli/CliSupport.h"
 #include "cli/DbCommands.h"
+#include "cli/TxAppsCommand.h"
+#include "cli/TxUpdateCommand.h"
 #include "database/DatabaseManager.h"
 #include "database/Logger.h"
 #include "database/ModelLibrary.h"
@@ -40,6 +42,12 @@ const char kTxUsage[] =
     "  sync ROOT [--db PATH] [--dry-run]\n"
     "                         file every log of the drive's Log folder under its model in the\n"
     "                         database; logs already there are skipped; --dry-run writes nothing\n"
+    "  update ROOT (--list | --update ID) [--skip-backup] [--data DIR] [--db PATH]\n"
+    "                         the updates offered for the drive's model, or install one after a\n"
+    "                         verified backup (see `vexo-log tx update --help`)\n"
+    "  apps ROOT [--list | --install ID | --uninstall ID]\n"
+    "                         the Lua apps of the update service: list them, install or update\n"
+    "                         one, or remove one (see tx apps --help)\n"
     "\n"
     "--db PATH: the database file, or a folder holding data.sqlite (default: the studio's own)\n"
     "exit codes: 0 done, 1 failed with nothing written, 2 bad usage, 3 failed after the drive\n"
@@ -357,6 +365,12 @@ int TxCommand::run(const QStringList &args, std::FILE *out, std::FILE *err)
         std::fputs(kTxUsage, out);
         return 0;
     }
+    // The app manager has options of its own.
+    if (args.at(0) == QLatin1String("apps"))
+        return TxAppsCommand::run(args.mid(1), out, err);
+    // Options of its own; its help is its own too.
+    if (args.at(0) == QLatin1String("update"))
+        return TxUpdateCommand::run(args.mid(1), out, err);
     const std::map<QString, int (*)(const Context &, const Options &)> commands = {
         {QStringLiteral("info"), &info},
         {QStringLiteral("backup"), &backup},

@@ -23,5 +23,6 @@ QT_LOGGING_RULES="*.debug=false" "$here/build-release/bench/bench_studio" "$here
 "$here/scripts/bench-record.sh" "$here/build-release" 20
 "$here/build-release/bench/bench_map"
 QT_LOGGING_RULES="*.debug=false" "$here/build-release/bench/bench_download" 200
+QT_LOGGING_RULES="*.debug=false" "$here/build-release/bench/bench_tx_update" 500
 QT_LOGGING_RULES="*.debug=false" "$here/build-release/bench/bench_quick"
 QT_QPA_PLATFORM=offscreen "$here/build-release/bench/bench_logbook"

@@ -72,6 +72,9 @@ void BackupSelectionPage::initializePage()
     TransmitterWizard *w = TransmitterWizard::of(this);
     connect(w, &TransmitterWizard::driveChanged, this, &BackupSelectionPage::reloadDrive,
             Qt::UniqueConnection);
+    // Before an update the whole drive is kept, so that the update can be undone completely.
+    if (w->backupBeforeUpdate() && m_scope->currentIndex() != BackupRules::Full)
+        m_scope->setCurrentIndex(BackupRules::Full);
     if (m_model->driveRoot() != QDir::cleanPath(w->transmitter().rootPath))
         showDrive();
 }
@@ -182,6 +185,24 @@ void BackupInformationPage::initializePage()
             QDir(folder).filePath(BackupRules::proposedFileName(name, QDateTime::currentDateTime())));
     m_contents->clear();
     m_contents->addItems(files());
+    if (w->backupBeforeUpdate())
+        proposeUpdateBackup(name);
+}
+
+void BackupInformationPage::proposeUpdateBackup(const QString &name)
+{
+    // The database when the backup fits without asking, else a dated file in the data folder.
+    TransmitterWizard *w = transmitterWizard();
+    const bool fits = w->database() && BackupRules::dbSizeVerdict(selectedSize()) == BackupRules::DbSize::Ok;
+    if (fits) {
+        m_database->setChecked(true);
+        return;
+    }
+    const QString folder = QDir(w->dataFolder()).filePath(QStringLiteral("Backups"));
+    QDir().mkpath(folder);
+    m_file->setChecked(true);
+    m_path->setText(QDir::toNativeSeparators(
+        QDir(folder).filePath(BackupRules::proposedFileName(name, QDateTime::currentDateTime()))));
 }
 
 void BackupInformationPage::onCurrentIdChanged(int)
@@ -342,6 +363,26 @@ void BackupBackupProgressPage::onInsertBackupDbRequest(int hwId, const QString &
 }
 
 // --- finish ---
+
+void BackupFinishPage::initializePage()
+{
+    TransmitterWizard *w = TransmitterWizard::of(this);
+    // Made as the first step of an update: the update follows, and its finish page names this backup.
+    const bool update = w->backupBeforeUpdate();
+    setFinalPage(!update);
+    if (!update)
+        return;
+    auto *info = qobject_cast<BackupInformationPage *>(w->page(TransmitterWizard::BackupInformationId));
+    w->setUpdateBackupName(
+        info->toDatabase() ? tr("the backup \"%1\" in the database").arg(info->backupName())
+                           : tr("the backup file \"%1\"").arg(QDir::toNativeSeparators(info->filePath())));
+}
+
+int BackupFinishPage::nextId() const
+{
+    const TransmitterWizard *w = TransmitterWizard::of(this);
+    return w && w->backupBeforeUpdate() ? TransmitterWizard::UpdateOverviewId : -1;
+}
 
 BackupFinishPage::BackupFinishPage(QWidget *parent) : QWizardPage(parent)
 {

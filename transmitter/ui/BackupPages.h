@@ -88,6 +88,7 @@ private:
     void browse();
     TransmitterWizard *transmitterWizard() const;
     qint64 selectedSize() const;
+    void proposeUpdateBackup(const QString &name);
 
     QRadioButton *m_database;
     QRadioButton *m_file;
@@ -118,5 +119,6 @@ class BackupFinishPage : public QWizardPage
     Q_OBJECT
 public:
     explicit BackupFinishPage(QWidget *parent = nullptr);
-    int nextId() const override { return -1; }
+    void initializePage() override;
+    int nextId() const override;
 };

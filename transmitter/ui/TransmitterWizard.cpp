@@ -1,20 +1,25 @@
 #include "transmitter/ui/TransmitterWizard.h"
 
+#include "database/DatabaseManager.h"
 #include "transmitter/BackupWorker.h"
 #include "transmitter/RestoreWorker.h"
+#include "transmitter/ui/AppManagerPages.h"
 #include "transmitter/ui/BackupPages.h"
 #include "transmitter/ui/IntroPage.h"
 #include "transmitter/ui/ManageBackupsPages.h"
 #include "transmitter/ui/NotAvailablePage.h"
 #include "transmitter/ui/RestorePages.h"
 #include "transmitter/ui/SyncLogsPages.h"
+#include "transmitter/ui/UpdaterPages.h"
 #include "transmitter/ui/WorkerProgressPage.h"
 #include "widgets/layout/Prompter.h"
 
 #include <QAbstractButton>
 #include <QDebug>
+#include <QFileInfo>
 #include <QIcon>
 #include <QLabel>
+#include <QStandardPaths>
 
 namespace {
 void registerTypes()
@@ -23,6 +28,7 @@ void registerTypes()
     qRegisterMetaType<RestoreWorker::ErrorType>("RestoreWorker::ErrorType");
     qRegisterMetaType<SyncWorker::ErrorType>("SyncWorker::ErrorType");
     qRegisterMetaType<SyncReport>("SyncReport");
+    qRegisterMetaType<UpdateWorker::ErrorType>("UpdateWorker::ErrorType");
 }
 } // namespace
 
@@ -56,6 +62,13 @@ TransmitterWizard::TransmitterWizard(const TransmitterInfo &transmitter, Databas
     setPage(SyncSelectionId, new SyncLogsSelectionPage);
     setPage(SyncProgressId, new SyncLogsProgressPage);
     setPage(SyncFinishId, new SyncLogsFinishPage);
+    setPage(UpdateIntroId, new UpdateIntroPage);
+    setPage(UpdateCheckId, new UpdateCheckPage);
+    setPage(UpdateBackupPromptId, new UpdateBackupPromptPage);
+    setPage(UpdateOverviewId, new UpdateOverviewPage);
+    setPage(UpdateProgressId, new UpdateProgressPage);
+    setPage(UpdateFinishId, new UpdateFinishPage);
+    setPage(AppManagerId, new AppManagerPage);
     setStartId(IntroId);
     // A page that took Next over holds it only while it is shown.
     connect(this, &QWizard::currentIdChanged, this, &TransmitterWizard::giveBackNext);
@@ -95,6 +108,12 @@ void TransmitterWizard::reject()
             return;
         }
     }
+    if (auto *apps = qobject_cast<AppManagerPage *>(currentPage())) {
+        if (apps->isWorking()) {
+            apps->askCancel();
+            return;
+        }
+    }
     QWizard::reject();
 }
 
@@ -113,6 +132,13 @@ void TransmitterWizard::onTransmitterAdded(const TransmitterInfo &transmitter)
         return;
     m_transmitter = transmitter;
     emit driveChanged();
+}
+
+QString TransmitterWizard::dataFolder() const
+{
+    if (m_database && !m_database->databasePath().isEmpty())
+        return QFileInfo(m_database->databasePath()).absolutePath();
+    return QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
 }
 
 TransmitterWizard *TransmitterWizard::of(const QWidget *page)

@@ -40,6 +40,13 @@ public:
         SyncSelectionId,
         SyncProgressId,
         SyncFinishId,
+        UpdateIntroId,
+        UpdateCheckId,
+        UpdateBackupPromptId,
+        UpdateOverviewId,
+        UpdateProgressId,
+        UpdateFinishId,
+        AppManagerId,
     };
 
     // database may be null (no database open): the tools that need it say so.
@@ -52,6 +59,17 @@ public:
     // The title of the tool the "not available" page speaks of.
     void setUnavailableTool(const QString &title) { m_unavailableTool = title; }
     QString unavailableTool() const { return m_unavailableTool; }
+
+    // Where downloads and automatic backups go: the database's folder, else the application's data folder.
+    QString dataFolder() const;
+
+    // The backup pages run as the first step of an update: the whole drive is proposed, the storage is
+    // chosen by the size rules, and the finish page leads on to the update.
+    void setBackupBeforeUpdate(bool on) { m_backupBeforeUpdate = on; }
+    bool backupBeforeUpdate() const { return m_backupBeforeUpdate; }
+    // The backup made before the update, as the finish page names it (empty: none was made).
+    void setUpdateBackupName(const QString &name) { m_updateBackupName = name; }
+    QString updateBackupName() const { return m_updateBackupName; }
 
     // Next runs `handler` instead of next() until giveBackNext(): for pages that start work.
     template <typename Receiver, typename Slot> void takeOverNext(Receiver *receiver, Slot slot)
@@ -87,5 +105,7 @@ private:
     Prompter *m_prompter;
     QString m_unavailableTool;
     QMetaObject::Connection m_nextTakeOver;
+    QString m_updateBackupName;
     bool m_busy = false;
+    bool m_backupBeforeUpdate = false;
 };

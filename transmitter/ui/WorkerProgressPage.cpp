@@ -178,6 +178,11 @@ void WorkerProgressPage::addButton(QWidget *button)
     m_buttons->addWidget(button);
 }
 
+void WorkerProgressPage::setStatusText(const QString &text)
+{
+    m_status->setText(text);
+}
+
 void WorkerProgressPage::appendDetails(const QString &text)
 {
     m_details->appendPlainText(text);

@@ -52,6 +52,8 @@ protected:
     void reportError(bool canceled, const QString &text);
     // For what a tool tells beside the worker's own lines (a summary of the run).
     void appendDetails(const QString &text);
+    // For a tool whose end of run reads other than "Finished." or "Canceled.".
+    void setStatusText(const QString &text);
     // A tool's own button, shown beside "Show details".
     void addButton(QWidget *button);
     // Stops a running worker and waits for it, as destruction does; for a tool page whose own members

@@ -145,11 +145,11 @@ private slots:
             QCOMPARE(intro->tools()->item(i)->text(), rows.at(i));
             QVERIFY(!intro->tools()->item(i)->icon().isNull());
         }
-        // Each row opens its own page set; the later tools say they are not there yet.
+        // Each row opens its own page set.
         const QList<QPair<Tool, int>> opens = {
-            {Backup, TransmitterWizard::BackupIntroId},   {ViewBackups, TransmitterWizard::ManageBackupsId},
-            {LuaApps, TransmitterWizard::NotAvailableId}, {Update, TransmitterWizard::NotAvailableId},
-            {SyncLogs, TransmitterWizard::SyncIntroId},   {Recover, TransmitterWizard::RestoreIntroId}};
+            {Backup, TransmitterWizard::BackupIntroId}, {ViewBackups, TransmitterWizard::ManageBackupsId},
+            {LuaApps, TransmitterWizard::AppManagerId}, {Update, TransmitterWizard::UpdateIntroId},
+            {SyncLogs, TransmitterWizard::SyncIntroId}, {Recover, TransmitterWizard::RestoreIntroId}};
         for (const auto &o : opens) {
             w->restart();
             choose(w.get(), o.first);
