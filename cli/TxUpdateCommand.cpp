@@ -151,13 +151,14 @@ int list(const Context &c, const QVector<TxCatalogue::Update> &updates)
         qint64 size = 0;
         for (const TxCatalogue::FileEntry &f : u.files)
             size += qMax<qint64>(f.size, 0);
-        text += QStringLiteral("%1\t%2\tvariant %3\t%4\t%5 files\t%6\n")
+        text += QStringLiteral("%1\t%2\tvariant %3\t%4\t%5\t%6\n")
                     .arg(u.id)
                     .arg(u.name)
                     .arg(u.variant)
                     .arg(u.releaseDate.isValid() ? u.releaseDate.date().toString(Qt::ISODate)
                                                  : QStringLiteral("-"))
-                    .arg(u.files.size())
+                    .arg(u.files.size() == 1 ? QStringLiteral("1 file")
+                                             : QStringLiteral("%1 files").arg(u.files.size()))
                     .arg(ModelTableModel::formatSize(size));
     }
     if (updates.isEmpty())
@@ -247,6 +248,14 @@ int update(const Context &c, const TransmitterInfo &t, const Options &o,
         CliSupport::fail(c.err,
                          QStringLiteral("update %1 installs nothing unless chosen in the wizard").arg(id));
         return 2;
+    }
+    // Refused before the backup, so that a bad list costs the pilot nothing.
+    for (const TxCatalogue::FileEntry &file : files) {
+        const QString problem = UpdateWorker::problemOf(file);
+        if (!problem.isEmpty()) {
+            c.fail(QStringLiteral("update %1 refused, nothing was written: %2").arg(id).arg(problem));
+            return 1;
+        }
     }
     const QString dbPath = o.db.isEmpty()            ? DbCommands::defaultDatabasePath()
                            : QFileInfo(o.db).isDir() ? QDir(o.db).filePath(DatabaseManager::fileName())

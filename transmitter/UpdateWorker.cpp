@@ -37,6 +37,17 @@ QVector<TxCatalogue::FileEntry> UpdateWorker::defaultSelection(const QVector<TxC
     return chosen;
 }
 
+QString UpdateWorker::problemOf(const TxCatalogue::FileEntry &file)
+{
+    QString why;
+    if (!ArchiveCheck::isSafeRelativePath(file.destination, &why))
+        return tr("The file \"%1\" is not installed: %2.").arg(file.destination, why);
+    if (!Sha1Check::isValidHex(file.hash))
+        return tr("The file \"%1\" is not installed: it has no valid SHA1 to check it by.")
+            .arg(file.destination);
+    return {};
+}
+
 void UpdateWorker::cancel()
 {
     m_cancel = true;
@@ -86,7 +97,17 @@ void UpdateWorker::doWork()
         ~Detach() { w->m_installer = nullptr, w->m_downloader = nullptr; }
     } detach{this};
 
+    // A list that names one unusable file is not trusted with the others: it is refused before anything
+    // is fetched or written.
     const QVector<TxCatalogue::FileEntry> &files = m_request.files;
+    for (const TxCatalogue::FileEntry &file : files) {
+        const QString problem = problemOf(file);
+        if (!problem.isEmpty())
+            return fail(InstallError,
+                        WorkerText::withDetail(
+                            tr("Updater error."),
+                            tr("The update was refused before anything was written. %1").arg(problem)));
+    }
     for (int i = 0; i < files.size(); ++i) {
         if (m_cancel)
             return fail(Canceled, canceled);
@@ -128,17 +149,7 @@ bool UpdateWorker::installOne(const TxCatalogue::FileEntry &file, QString *messa
 
 bool UpdateWorker::downloadOne(const TxCatalogue::FileEntry &file, QString *message)
 {
-    // The same checks as for the drive: the name becomes a file in the data folder.
-    QString why;
-    if (!ArchiveCheck::isSafeRelativePath(file.destination, &why)) {
-        *message = tr("The file \"%1\" is not installed: %2.").arg(file.destination, why);
-        return false;
-    }
-    if (!Sha1Check::isValidHex(file.hash)) {
-        *message = tr("The file \"%1\" is not installed: it has no valid SHA1 to check it by.")
-                       .arg(file.destination);
-        return false;
-    }
+    // problemOf() has checked the name, which becomes a file in the data folder.
     const QString target = downloadPath(m_request.dataFolder, m_request.updateId, file);
     if (QFileInfo(target).isDir()) {
         *message = tr("A folder with the same name as the file \"%1\" exist. This folder can't be removed "

@@ -53,6 +53,8 @@ public:
     Summary summary() const { return m_summary; }
     // What an update installs when nobody chooses: every file but the optional ones offered unchecked.
     static QVector<TxCatalogue::FileEntry> defaultSelection(const QVector<TxCatalogue::FileEntry> &files);
+    // Why a file of the list may not be installed (unsafe destination, no SHA1 to check it by), or empty.
+    static QString problemOf(const TxCatalogue::FileEntry &file);
     // Where a "downloadOnly" file of the request is kept.
     static QString downloadPath(const QString &dataFolder, int updateId, const TxCatalogue::FileEntry &file);
 

@@ -68,6 +68,8 @@ private slots:
     void flags();
     void firstFailureEndsUpdate_data();
     void firstFailureEndsUpdate();
+    void hostileListWritesNothing_data();
+    void hostileListWritesNothing();
     void cancelKeepsFileBeingFetched();
     void defaultSelection();
 
@@ -180,8 +182,34 @@ void TestUpdateWorker::firstFailureEndsUpdate_data()
                .arg(sha1(QByteArray(20000, 'N')), sha1(QByteArray(20000, 'X')));
     QTest::newRow("404") << Reply::error(404, "gone") << "b/two.bin"
                          << "Error downloading b/two.bin";
-    QTest::newRow("hostile destination") << Reply::ok(QByteArray(20000, 'N')) << "b/../../two.bin"
-                                         << "is not installed";
+}
+
+void TestUpdateWorker::hostileListWritesNothing_data()
+{
+    QTest::addColumn<QString>("destination");
+    QTest::addColumn<QString>("hash");
+    QTest::newRow("climbs out") << "b/../../two.bin" << sha1("two");
+    QTest::newRow("absolute") << "/etc/two.bin" << sha1("two");
+    QTest::newRow("no hash") << "b/two.bin"
+                             << "";
+}
+
+void TestUpdateWorker::hostileListWritesNothing()
+{
+    QFETCH(QString, destination);
+    QFETCH(QString, hash);
+    QVERIFY(put(m_root + "/a/one.bin", "old"));
+    m_server.setReply("/1", Reply::ok("new one"));
+    m_server.setReply("/2", Reply::ok("two"));
+    TxCatalogue::FileEntry second = entry("/2", "two", destination);
+    second.hash = hash;
+    UpdateWorker worker(
+        UpdateWorker::Request{m_root, m_data, 1, {entry("/1", "new one", "a/one.bin"), second}});
+    const Run r = run(worker);
+    QCOMPARE(r.errorType, int(UpdateWorker::InstallError));
+    QVERIFY2(r.errorText.contains("refused before anything was written"), qPrintable(r.errorText));
+    QCOMPARE(contentOf(m_root + "/a/one.bin"), QByteArray("old"));
+    QCOMPARE(m_server.requestCount("/1") + m_server.requestCount("/2"), 0);
 }
 
 void TestUpdateWorker::firstFailureEndsUpdate()

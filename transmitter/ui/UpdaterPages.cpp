@@ -18,6 +18,7 @@
 #include <QPixmapCache>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QStyle>
 #include <QTreeWidget>
 #include <QVBoxLayout>
 
@@ -325,6 +326,13 @@ void UpdateOverviewPage::showUpdate(int index)
         item->setIcon(0, typeIcon(root + QLatin1Char('/') + f.destination));
         item->setData(0, kFileIndexRole, i);
         item->setToolTip(0, f.destination);
+        // A file the list describes unsafely is shown as such; the update will not start with it.
+        const QString problem = UpdateWorker::problemOf(f);
+        if (!problem.isEmpty()) {
+            item->setIcon(0, style()->standardIcon(QStyle::SP_MessageBoxWarning));
+            item->setForeground(0, QBrush(Qt::red));
+            item->setToolTip(0, problem);
+        }
         if (TxCatalogue::isOptional(f.flags)) {
             item->setFlags(item->flags() | Qt::ItemIsUserCheckable);
             item->setCheckState(0, f.flags == TxCatalogue::FileFlag::Optional ? Qt::Checked : Qt::Unchecked);
@@ -369,7 +377,21 @@ QVector<TxCatalogue::FileEntry> UpdateOverviewPage::selectedFiles() const
 
 bool UpdateOverviewPage::validatePage()
 {
-    if (!selectedFiles().isEmpty())
+    const QVector<TxCatalogue::FileEntry> chosen = selectedFiles();
+    QStringList problems;
+    for (const TxCatalogue::FileEntry &file : chosen) {
+        const QString problem = UpdateWorker::problemOf(file);
+        if (!problem.isEmpty())
+            problems << problem;
+    }
+    if (!problems.isEmpty()) {
+        TransmitterWizard::of(this)->prompter()->warning(
+            this, tr("Updater error."),
+            tr("This update cannot be installed; nothing was written to the transmitter.\n\n%1")
+                .arg(problems.join(QLatin1Char('\n'))));
+        return false;
+    }
+    if (!chosen.isEmpty())
         return true;
     TransmitterWizard::of(this)->prompter()->warning(
         this, tr("Nothing selected"),

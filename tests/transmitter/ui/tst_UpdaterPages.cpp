@@ -107,6 +107,7 @@ class tst_UpdaterPages : public QObject
                                file(1, "/beep", "beep v2", "Audio/beep.wav", "OPTIONAL"),
                                file(1, "/extra", "extra", "Audio/extra.wav", "optionalUnchecked"),
                                file(2, "/only", "only", "Audio/only.wav", "optionalUnchecked"),
+                               file(2, "/evil", "evil", "../evil.wav", "optionalUnchecked"),
                                file(3, "/other", "other", "update/other.bin", "standard")};
         return QJsonDocument(QJsonObject{{"general", general}, {"files", files}}).toJson();
     }
@@ -236,6 +237,7 @@ private slots:
             << 0 << QStringList{"Audio/extra.wav"}
             << QStringList{"update/fw.bin", "Audio/beep.wav", "Audio/extra.wav"};
         QTest::newRow("nothing offered checked") << 1 << QStringList() << QStringList();
+        QTest::newRow("unsafe file checked") << 1 << QStringList{"../evil.wav"} << QStringList{"../evil.wav"};
     }
 
     void overviewSelection()
@@ -264,7 +266,15 @@ private slots:
         overview->tree()->setCurrentItem(overview->fileItem(0));
         QCOMPARE(overview->descriptionBox()->toPlainText(), "about " + u.files.at(0).destination);
 
+        const Tree before = snapshot(m_drive);
         w->button(QWizard::CommitButton)->click();
+        if (chosen.contains("../evil.wav")) {
+            QVERIFY2(m_prompter->only().startsWith("warning|Updater error.|This update cannot be installed"),
+                     qPrintable(m_prompter->only()));
+            QCOMPARE(w->currentId(), int(TransmitterWizard::UpdateOverviewId));
+            QCOMPARE(snapshot(m_drive), before);
+            return;
+        }
         if (chosen.isEmpty()) {
             QCOMPARE(m_prompter->only(),
                      QString("warning|Nothing selected|Nothing was selected for the update. "
