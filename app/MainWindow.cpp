@@ -22,8 +22,10 @@
 #include "link/TelemetryDecoder.h"
 #include "telemetry/LogFileWriter.h"
 #include "telemetry/TelemetryData.h"
+#include "tools/FirmwareDatabase.h"
 #include "tools/MapKeys.h"
 #include "tools/NewsFeed.h"
+#include "tools/ui/DialogUpdater.h"
 #include "transmitter/DriveEnumerator.h"
 #include "transmitter/TransmitterDetector.h"
 #include "transmitter/ui/TransmitterTools.h"
@@ -405,7 +407,16 @@ void MainWindow::createActions()
     connect(transmitters, &TransmitterTools::logsSynchronized, this,
             [this] { emit logStoredInDatabase(-1); });
     build.menu(menuBar(), tr("Tools"),
-               {notYet(tr("Device Updater")),
+               {{tr("Device Updater"),
+                 {},
+                 {},
+                 [this, wrapper] {
+                     // The device updates database the update check keeps in the data folder.
+                     auto *dialog = new DialogUpdater(
+                         wrapper, FirmwareDatabase::pathIn(AppSettings::dataFolder()), this);
+                     dialog->setAttribute(Qt::WA_DeleteOnClose);
+                     dialog->open();
+                 }},
                 notYet(tr("VEXOBOX Maxi")),
                 notYet(tr("RGPS Import")),
                 {tr("Transmitter Wizard"), {}, {}, [transmitters] { transmitters->openWizard(); }},

@@ -4,6 +4,8 @@
 #include "cli/CliSupport.h"
 #include "cli/DbCommands.h"
 #include "cli/DevdefCommand.h"
+#include "cli/FlashCommand.h"
+#include "cli/FwdbCommand.h"
 #include "cli/JsonDump.h"
 #include "cli/KmlCommand.h"
 #include "cli/LiveCommands.h"
@@ -53,6 +55,13 @@ const char kUsage[] =
     "  devdef compile SRC... OUT | devdef dump FILE\n"
     "                         check device definition sources and pack them into a\n"
     "                         definitions file (Devices.bin), or print one back as source\n"
+    "  fwdb make OUT --hw H --sw S [--variant V] --name N --desc-en TEXT --date D IMAGE... |\n"
+    "  fwdb list FWDB [--lang LANG]\n"
+    "                         build a device updates database from firmware images, or list one\n"
+    "  flash --port PORT (--image FILE | --hw H [--variant V] [--version S]) [--fwdb PATH]\n"
+    "  flash --port PORT --all [--fwdb PATH] [--dry-run]\n"
+    "                         update device firmware through the USB adapter; --all updates every\n"
+    "                         device on the bus with newer firmware and confirms each (flash --help)\n"
     "  tx info|backup|restore|backups|sync ...\n"
     "                         a transmitter drive's backups and logs (vexo-log tx --help); exit code 3:\n"
     "                         a restore failed after it had written to the drive\n"
@@ -233,6 +242,8 @@ int CliCommands::run(const QStringList &arguments, std::FILE *out, std::FILE *er
         {QStringLiteral("params"), [](const Context &c) { return ParamsCommand::run(c.args, c.out, c.err); }},
         {QStringLiteral("devdef"), [](const Context &c) { return DevdefCommand::run(c.args, c.out, c.err); }},
         {QStringLiteral("tx"), [](const Context &c) { return TxCommand::run(c.args, c.out, c.err); }},
+        {QStringLiteral("fwdb"), [](const Context &c) { return FwdbCommand::run(c.args, c.out, c.err); }},
+        {QStringLiteral("flash"), [](const Context &c) { return FlashCommand::run(c.args, c.out, c.err); }},
         {QStringLiteral("check-updates"),
          [](const Context &c) { return UpdateCommand::run(c.args, c.out, c.err); }},
     };

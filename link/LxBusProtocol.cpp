@@ -480,6 +480,12 @@ int LxBusProtocol::addOrRefresh(quint32 identifier, quint32 parent, quint16 hard
             d.extra1 = extra1;
             d.extra2 = extra2;
             emit deviceAdded(&m_devices);
+        } else if (identifier != 0 && d.identifier == identifier &&
+                   (d.extra1 != extra1 || d.extra2 != extra2)) {
+            // Introducing itself again after a firmware update, a device reports its new version.
+            d.extra1 = extra1;
+            d.extra2 = extra2;
+            emit deviceAdded(&m_devices);
         }
         return 1;
     }

@@ -370,6 +370,17 @@ void SerialPortWrapper::handleError(QSerialPort::SerialPortError e)
     QMutexLocker lock(&m_mutex);
     if (!m_open || e == QSerialPort::NoError)
         return;
+    // The firmware updater waits for bytes and clears the port's buffers itself. A wait that ran out is no
+    // fault of the line, nor is a read notification that finds its bytes already taken (the read returns
+    // nothing): that one can still arrive just after the updater gave the port back. A line that is really
+    // gone reports a resource error.
+    if (e == QSerialPort::TimeoutError ||
+        (e == QSerialPort::ReadError &&
+         (m_search.updateMode() || m_clock->elapsedMs() < m_updaterReadsUntil))) {
+        if (m_port)
+            m_port->clearError();
+        return;
+    }
     const QString text = m_port ? m_port->errorString() : QString();
     // The 410th error in a row is one too many: the line is not usable.
     if (isFatal(e) || m_errorCount >= kErrorLimit - 1) {
@@ -651,7 +662,21 @@ void SerialPortWrapper::identifyDevice(quint32 identifier)
 void SerialPortWrapper::setUpdateMode(bool enabled)
 {
     QMutexLocker lock(&m_mutex);
+    qDebug() << "Setting updater mode" << enabled;
+    if (enabled == m_search.updateMode())
+        return;
     m_search.setUpdateMode(enabled);
+    if (enabled) {
+        if (m_search.mode() != UpdateReader)
+            m_modeBeforeUpdate = m_search.mode();
+        m_search.select(UpdateReader);
+    } else {
+        // Whatever the updater left half read is not bus traffic; the receiver hunts past the rest.
+        m_receiver.reset();
+        m_search.select(m_modeBeforeUpdate);
+        m_updaterReadsUntil = m_clock->elapsedMs() + kUpdaterReadGraceMs;
+    }
+    applySettings();
 }
 
 void SerialPortWrapper::setVBMMode(bool enabled)

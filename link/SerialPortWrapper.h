@@ -55,6 +55,8 @@ public:
     // Frames dropped for a bad CRC since the port was opened.
     int crcErrorCount() const;
     SerialReader *currentReader() const;
+    // The port itself, for a reader that takes it over (the firmware updater); serial thread only.
+    QSerialPort *serialPort() const { return m_port; }
 
     // Plugs the reader for mode 2, 3 or 5 (not owned).
     void setReader(int mode, SerialReader *reader);
@@ -124,6 +126,8 @@ public slots:
     // Asks one device by its identifier to introduce itself, for a device the enumeration has not found
     // yet (it answers broadcasts only now and then).
     void identifyDevice(quint32 identifier);
+    // Hands the port to the update reader (mode 2, polling stopped) or gives it back: the bus mode that
+    // was active before comes back at once.
     void setUpdateMode(bool enabled);
     void setVBMMode(bool enabled);
     void setRGPSMode(bool enabled);
@@ -173,6 +177,9 @@ private:
     LinkProgress m_progress;
     SerialReader *m_readers[6] = {};
     bool m_open = false;
+    int m_modeBeforeUpdate = LxBus125k;
+    static constexpr qint64 kUpdaterReadGraceMs = 500;
+    qint64 m_updaterReadsUntil = -1;
     bool m_paused = false;
     quint16 m_errorCount = 0;
     int m_crcErrors = 0;

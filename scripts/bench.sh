@@ -24,5 +24,6 @@ QT_LOGGING_RULES="*.debug=false" "$here/build-release/bench/bench_studio" "$here
 "$here/build-release/bench/bench_map"
 QT_LOGGING_RULES="*.debug=false" "$here/build-release/bench/bench_download" 200
 QT_LOGGING_RULES="*.debug=false" "$here/build-release/bench/bench_tx_update" 500
+QT_LOGGING_RULES="*.debug=false" "$here/build-release/bench/bench_flash" 3
 QT_LOGGING_RULES="*.debug=false" "$here/build-release/bench/bench_quick"
 QT_QPA_PLATFORM=offscreen "$here/build-release/bench/bench_logbook"

@@ -2,6 +2,7 @@
 
 #include "link/LxCrc.h"
 #include "link/LxFrame.h"
+#include "tools/BootLoaderProtocol.h"
 
 #include <QDebug>
 #include <QFile>
@@ -359,6 +360,7 @@ void BusSimulator::readMaster()
         const ssize_t n = ::read(m_master, buffer, sizeof buffer);
         if (n > 0) {
             m_input.append(buffer, int(n));
+            lineReceived(int(n));
             continue;
         }
         if (n < 0 && errno == EINTR)
@@ -381,8 +383,14 @@ void BusSimulator::parseInput()
     int pos = 0;
     // Requests are answered at once, so a frame may close the line (unplug) while we are still here.
     while (m_master >= 0) {
-        while (pos < size && b[pos] != LxFrame::kMasterStart && b[pos] != LxFrame::kMasterRequestStart)
+        while (pos < size && b[pos] != LxFrame::kMasterStart && b[pos] != LxFrame::kMasterRequestStart &&
+               b[pos] != BootLoaderProtocol::kHostStart && m_boot.pendingIndex < 0)
             ++pos;
+        if (m_boot.pendingIndex >= 0 || (pos < size && b[pos] == BootLoaderProtocol::kHostStart)) {
+            if (!bootBytes(b, size, &pos))
+                break;
+            continue;
+        }
         if (size - pos < 3)
             break;
         const quint8 kind = b[pos + 1];
@@ -441,6 +449,8 @@ void BusSimulator::request(const quint8 *req, int length)
     const int dataLength = std::min<int>(req[2], length - 3);
     const quint8 *data = req + 3;
     const quint32 identifier = dataLength >= 4 ? readU32(data) : 0;
+    if (identifier != 0 && inBootLoader(identifier))
+        return; // its application is not running
     switch (type) {
     case ':':
         answerTelemetry(req[0]);
@@ -508,7 +518,7 @@ void BusSimulator::answerIdentify(quint8 packetId, quint32 identifier, quint8 ex
         const qint64 t = now();
         for (Unit &u : m_units) {
             const qint64 last = std::max(u.lastKeepAliveMs, u.lastIdentifiedMs);
-            if (u.parent == 0 && (last < 0 || t - last >= kKeepAliveQuietMs)) {
+            if (u.parent == 0 && !u.inBootLoader && (last < 0 || t - last >= kKeepAliveQuietMs)) {
                 u.lastIdentifiedMs = t;
                 who = &u;
                 break;

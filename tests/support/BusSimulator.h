@@ -4,6 +4,7 @@
 #include "tests/support/SimTelemetry.h"
 
 #include <QByteArray>
+#include <QElapsedTimer>
 #include <QObject>
 #include <QString>
 #include <QVector>
@@ -42,6 +43,8 @@ public:
     // broadcasts to the others.
     static constexpr qint64 kKeepAliveQuietMs = 5000;
     static constexpr int kMaxAnswer = 30;
+    // A packet's bytes this far apart: the boot loader gives the packet up.
+    static constexpr qint64 kBootReceiveTimeoutMs = 200;
 
     // One device on the bus, or an extension behind one (parent set, extension index from 1).
     struct Unit
@@ -60,6 +63,8 @@ public:
         QVector<int> commands; // ids of the commands it runs
         qint64 lastKeepAliveMs = -1;
         qint64 lastIdentifiedMs = -1; // last answer to a broadcast identification
+        bool inBootLoader = false;    // silent on the bus, answering the boot loader's frames only
+        quint8 bootLoaderVersion = 3;
     };
 
     using SentValue = SimTelemetry::SentValue;
@@ -98,6 +103,34 @@ public:
     };
     const QVector<CommandRun> &commandsRun() const { return m_commandsRun; }
 
+    // The boot loader (firmware update). A device enters it on a wake frame naming it (id 0: the first
+    // device on the bus) and stays there, silent on the bus, until an update finishes or it is told to
+    // leave; the packets it took survive an unplug, so it can be programmed again after reconnecting.
+    enum BootFault
+    {
+        NoFault,
+        DropAck,    // count acknowledgements are not sent
+        CorruptAck, // count acknowledgements go out with a spoilt CRC
+        Stall,      // nothing at all is answered any more, until the fault is cleared
+        Unplug,     // the line goes away
+    };
+    // The fault starts at the fromPacket-th packet received from now on (1-based, repeats counted).
+    void setBootFault(BootFault fault, int fromPacket = 1, int count = 1);
+    // Line emulation for the boot loader's answers: every byte on the line takes 10 bits at this rate
+    // (0: instant), and every packet takes writeMs to write before its acknowledgement.
+    void setLineBaud(int baud) { m_lineBaud = qMax(0, baud); }
+    void setPacketWriteMs(double writeMs) { m_packetWriteMs = qMax(0.0, writeMs); }
+    double packetWriteMs() const { return m_packetWriteMs; }
+    bool inBootLoader(quint32 identifier) const;
+    int packetsReceived() const { return m_boot.received; }
+    int acksSent() const { return m_boot.acks; }
+    int wakesSeen() const { return m_boot.wakes; }
+    // The last update that finished: which device, its packets in order, and the image as the device
+    // holds it (16-byte header, the packets, the terminating zero byte).
+    quint32 flashedDevice() const { return m_boot.flashedDevice; }
+    const QVector<QByteArray> &flashedPackets() const { return m_boot.flashedPackets; }
+    QByteArray flashedImage() const;
+
     const QVector<Unit> &units() const { return m_units; }
     const Unit *unit(quint32 identifier) const;
     QByteArray registers(quint32 identifier) const;
@@ -122,6 +155,8 @@ signals:
     // A write a device took: its registers from address on now hold these bytes.
     void registersWritten(quint32 identifier, quint16 address, const QByteArray &bytes);
     void commandExecuted(quint32 identifier, int command, int value);
+    // An update finished: the device runs the new firmware and reports this version on the bus.
+    void firmwareFlashed(quint32 identifier, quint16 version);
 
 private slots:
     void readMaster();
@@ -153,6 +188,12 @@ private:
     bool send(const QByteArray &payload);
     void writeAll(const QByteArray &bytes);
     void closeAll();
+    // Boot-loader frames and the packet bytes behind an announcement; false when more bytes are needed.
+    bool bootBytes(const quint8 *b, int size, int *pos);
+    void bootFrame(const QByteArray &frame);
+    void bootPacket();
+    void bootAnswer(QByteArray bytes, double extraMs);
+    void lineReceived(int bytes);
     Unit *findUnit(quint32 identifier);
     qint64 now() const { return m_clock->elapsedMs(); }
 
@@ -177,6 +218,30 @@ private:
     bool m_silent = false;
     int m_badCrcEvery = 0;
     int m_answerSequence = 0;
+
+    struct BootState
+    {
+        quint32 device = 0; // in its boot loader and talking to us
+        int pendingIndex = -1;
+        qint64 lastBytesMs = 0;
+        int pendingSize = 0;
+        quint16 pendingCrc = 0;
+        QByteArray pendingPacket;
+        QVector<QByteArray> packets; // by index, this session
+        BootFault fault = NoFault;
+        int faultFrom = 0; // reception number where the fault starts
+        int faultCount = 0;
+        int received = 0;
+        int acks = 0;
+        int wakes = 0;
+        quint32 flashedDevice = 0;
+        QByteArray flashedHeader;
+        QVector<QByteArray> flashedPackets;
+    } m_boot;
+    int m_lineBaud = 0;
+    double m_packetWriteMs = 0;
+    qint64 m_lineFreeNs = 0; // when the line has carried everything received so far
+    QElapsedTimer m_lineClock;
 
     int m_masterFrames = 0;
     int m_badMasterCrcs = 0;

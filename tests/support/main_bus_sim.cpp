@@ -5,6 +5,7 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QSaveFile>
 #include <QTimer>
 
 #include <csignal>
@@ -65,24 +66,66 @@ int main(int argc, char *argv[])
     const QCommandLineOption seconds(QStringLiteral("seconds"),
                                      QStringLiteral("Exit after this many seconds."), QStringLiteral("n"));
     const QCommandLineOption quiet(QStringLiteral("quiet"), QStringLiteral("No status lines."));
-    parser.addOptions({link, seed, noise, badCrc, silentAfter, unplugAfter, seconds, quiet});
+    const QCommandLineOption flashDump(
+        QStringLiteral("flash-dump"),
+        QStringLiteral("Write the image of each finished update to this file (the latest wins)."),
+        QStringLiteral("file"));
+    const QCommandLineOption bootFault(
+        QStringLiteral("boot-fault"),
+        QStringLiteral("Make the boot loader fail: drop or corrupt acknowledgements, stall, or unplug."),
+        QStringLiteral("drop|corrupt|stall|unplug"));
+    const QCommandLineOption bootFaultAt(QStringLiteral("boot-fault-at"),
+                                         QStringLiteral("The fault starts at this packet received (from 1)."),
+                                         QStringLiteral("n"), QStringLiteral("1"));
+    const QCommandLineOption bootFaultCount(QStringLiteral("boot-fault-count"),
+                                            QStringLiteral("Acknowledgements dropped or corrupted."),
+                                            QStringLiteral("n"), QStringLiteral("1"));
+    const QCommandLineOption lineBaud(QStringLiteral("line-baud"),
+                                      QStringLiteral("Emulate the line's byte time at this rate for the boot "
+                                                     "loader (e.g. 125000)."),
+                                      QStringLiteral("baud"));
+    const QCommandLineOption writeMs(QStringLiteral("packet-write-ms"),
+                                     QStringLiteral("Time the boot loader takes to write one packet."),
+                                     QStringLiteral("ms"));
+    parser.addOptions({link, seed, noise, badCrc, silentAfter, unplugAfter, seconds, quiet, flashDump,
+                       bootFault, bootFaultAt, bootFaultCount, lineBaud, writeMs});
     parser.process(app);
 
     double silentS = -1;
     double unplugS = -1;
     double runS = -1;
     double badCrcN = -1;
+    double faultAt = -1;
+    double faultCount = -1;
+    double baud = -1;
+    double writeTime = -1;
     bool seedOk = false;
     const quint32 seedValue = parser.value(seed).toUInt(&seedOk);
     if (!seedOk || !numberOption(parser, silentAfter, &silentS) ||
         !numberOption(parser, unplugAfter, &unplugS) || !numberOption(parser, seconds, &runS) ||
-        !numberOption(parser, badCrc, &badCrcN)) {
+        !numberOption(parser, badCrc, &badCrcN) || !numberOption(parser, bootFaultAt, &faultAt) ||
+        !numberOption(parser, bootFaultCount, &faultCount) || !numberOption(parser, lineBaud, &baud) ||
+        !numberOption(parser, writeMs, &writeTime)) {
         std::fputs("vexo-bus-sim: option values must be non-negative numbers\n", stderr);
+        return 2;
+    }
+
+    const QStringList faults = {QString(), QStringLiteral("drop"), QStringLiteral("corrupt"),
+                                QStringLiteral("stall"), QStringLiteral("unplug")};
+    const int fault = faults.indexOf(parser.value(bootFault));
+    if (fault < 0) {
+        std::fputs("vexo-bus-sim: --boot-fault takes drop, corrupt, stall or unplug\n", stderr);
         return 2;
     }
 
     BusSimulator sim;
     sim.setSeed(seedValue);
+    if (fault > 0)
+        sim.setBootFault(BusSimulator::BootFault(fault), int(faultAt), int(faultCount));
+    if (baud > 0)
+        sim.setLineBaud(int(baud));
+    if (writeTime > 0)
+        sim.setPacketWriteMs(writeTime);
     sim.setNoise(parser.isSet(noise));
     sim.setBadCrcEvery(badCrcN < 0 ? 0 : int(badCrcN));
     QString error;
@@ -113,6 +156,22 @@ int main(int argc, char *argv[])
     QObject::connect(
         &sim, &BusSimulator::commandExecuted, &sim, [nameOf](quint32 id, int command, int value) {
             printLine(QStringLiteral("command %1 %2 value %3").arg(nameOf(id)).arg(command).arg(value));
+        });
+
+    const QString dumpPath = parser.value(flashDump);
+    QObject::connect(
+        &sim, &BusSimulator::firmwareFlashed, &sim, [&sim, nameOf, dumpPath](quint32 id, quint16 version) {
+            printLine(QStringLiteral("flashed %1: version %2.%3, %4 packets")
+                          .arg(nameOf(id))
+                          .arg(version >> 8)
+                          .arg(version & 0xFF)
+                          .arg(sim.flashedPackets().size()));
+            if (dumpPath.isEmpty())
+                return;
+            QSaveFile out(dumpPath);
+            if (!out.open(QIODevice::WriteOnly) ||
+                out.write(sim.flashedImage()) != sim.flashedImage().size() || !out.commit())
+                std::fprintf(stderr, "vexo-bus-sim: cannot write %s\n", dumpPath.toLocal8Bit().constData());
         });
 
     if (silentS >= 0)
