@@ -4,6 +4,8 @@
 #include "telemetry/MemorySensorTable.h"
 #include "telemetry/TelemetryData.h"
 
+#include <QRegularExpression>
+
 int CliSupport::fail(std::FILE *err, const QString &message)
 {
     std::fprintf(err, "vexo-log: %s\n", message.toUtf8().constData());
@@ -58,4 +60,18 @@ void CliSupport::Output::print(const QString &text) const
 {
     std::fputs(text.toUtf8().constData(), out);
     std::fflush(out);
+}
+
+QString CliSupport::plainText(const QString &rich)
+{
+    QString text = rich;
+    text.replace(QLatin1String("<li>"), QLatin1String(": "))
+        .replace(QLatin1String("<br>"), QLatin1String(" "));
+    static const QRegularExpression tags(QStringLiteral("<[^>]*>"));
+    text.remove(tags);
+    text.replace(QLatin1String("&lt;"), QLatin1String("<"))
+        .replace(QLatin1String("&gt;"), QLatin1String(">"))
+        .replace(QLatin1String("&quot;"), QLatin1String("\""))
+        .replace(QLatin1String("&amp;"), QLatin1String("&"));
+    return text.simplified();
 }

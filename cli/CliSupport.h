@@ -12,6 +12,8 @@ struct TelemetrySimplePair;
 namespace CliSupport {
 // "vexo-log: <message>" on err. Returns 1, the exit code of a failure.
 int fail(std::FILE *err, const QString &message);
+// A worker's text made for a message box (a little HTML), as one plain line.
+QString plainText(const QString &rich);
 // "vexo-log: [<command>: ]<message>", then a blank line and the usage text. Returns 2, the exit code of
 // bad usage.
 int usage(std::FILE *err, const char *command, const QString &message, const char *usageText);

@@ -99,12 +99,6 @@ int busVersion(const Device &d)
     return BootLoaderProtocol::versionFromBus(d.extra1, d.extra2);
 }
 
-QString plain(const QString &html)
-{
-    static const QRegularExpression tags(QStringLiteral("<[^>]*>"));
-    return QString(html).remove(tags);
-}
-
 bool readImageFile(const QString &path, FirmwareImage *image, QString *why)
 {
     const QFileInfo info(path);
@@ -241,7 +235,7 @@ bool flash(SerialLink &link, Job *job, const Io &io, bool *portLost)
             break;
         default:
             if (!s.text.isEmpty())
-                io.print(QStringLiteral("  %1\n").arg(plain(s.text)));
+                io.print(QStringLiteral("  %1\n").arg(CliSupport::plainText(s.text)));
             break;
         }
     });
@@ -256,8 +250,9 @@ bool flash(SerialLink &link, Job *job, const Io &io, bool *portLost)
     loop.exec();
     *portLost = result == DeviceUpdater::PortClosed;
     if (result != DeviceUpdater::Succeeded) {
-        job->outcome = QStringLiteral("update failed: %1")
-                           .arg(plain(DeviceUpdater::resultText(DeviceUpdater::Result(result))));
+        job->outcome =
+            QStringLiteral("update failed: %1")
+                .arg(CliSupport::plainText(DeviceUpdater::resultText(DeviceUpdater::Result(result))));
         return false;
     }
     if (job->device.identifier == 0) {

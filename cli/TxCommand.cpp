@@ -101,20 +101,6 @@ bool parseOptions(const QStringList &args, Options *o, QString *error)
     return true;
 }
 
-// The workers' texts are made for a message box.
-QString plain(const QString &rich)
-{
-    QString text = rich;
-    text.replace(QLatin1String("<li>"), QLatin1String(": "))
-        .replace(QLatin1String("<br>"), QLatin1String(" "));
-    text.remove(QRegularExpression(QStringLiteral("<[^>]*>")));
-    text.replace(QLatin1String("&lt;"), QLatin1String("<"))
-        .replace(QLatin1String("&gt;"), QLatin1String(">"))
-        .replace(QLatin1String("&quot;"), QLatin1String("\""))
-        .replace(QLatin1String("&amp;"), QLatin1String("&"));
-    return text.simplified();
-}
-
 class Database
 {
 public:
@@ -226,8 +212,9 @@ int backup(const Context &c, const Options &o)
     QString error;
     int newId = -1;
     QObject::connect(&worker, &BackupWorker::processedFile, [&](const QString &f) { c.print(f + '\n'); });
-    QObject::connect(&worker, &BackupWorker::error,
-                     [&](BackupWorker::ErrorType, const QString &text) { error = plain(text); });
+    QObject::connect(&worker, &BackupWorker::error, [&](BackupWorker::ErrorType, const QString &text) {
+        error = CliSupport::plainText(text);
+    });
     QObject::connect(&worker, &BackupWorker::insertBackupDbRequest,
                      [&](int hwId, const QString &name, const QString &description, const QStringList &files,
                          const QByteArray &zip) {
@@ -269,7 +256,7 @@ int restore(const Context &c, const Options &o)
     QObject::connect(&worker, &RestoreWorker::progressChanged, [&] { written = true; });
     // A failed swap may have left the first file as a pair: counted as written, to be safe.
     QObject::connect(&worker, &RestoreWorker::error, [&](RestoreWorker::ErrorType type, const QString &text) {
-        error = plain(text);
+        error = CliSupport::plainText(text);
         written = written || type == RestoreWorker::RecoverError;
     });
     QObject::connect(&worker, &RestoreWorker::requestBackupFromDb, [&](int id) {
@@ -345,8 +332,9 @@ int sync(const Context &c, const Options &o)
             line.replace(QLatin1String(": stored under "), QLatin1String(": would be stored under "));
         c.print(line + '\n');
     });
-    QObject::connect(&worker, &SyncWorker::error,
-                     [&](SyncWorker::ErrorType, const QString &text) { error = plain(text); });
+    QObject::connect(&worker, &SyncWorker::error, [&](SyncWorker::ErrorType, const QString &text) {
+        error = CliSupport::plainText(text);
+    });
     worker.doWork();
     const SyncReport report = worker.report();
     c.print(report.summary() + '\n');

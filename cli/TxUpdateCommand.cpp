@@ -95,20 +95,6 @@ bool parseOptions(const QStringList &args, Options *o, QString *error)
     return true;
 }
 
-// The workers' texts are made for a message box.
-QString plain(const QString &rich)
-{
-    QString text = rich;
-    text.replace(QLatin1String("<li>"), QLatin1String(": "))
-        .replace(QLatin1String("<br>"), QLatin1String(" "));
-    text.remove(QRegularExpression(QStringLiteral("<[^>]*>")));
-    text.replace(QLatin1String("&lt;"), QLatin1String("<"))
-        .replace(QLatin1String("&gt;"), QLatin1String(">"))
-        .replace(QLatin1String("&quot;"), QLatin1String("\""))
-        .replace(QLatin1String("&amp;"), QLatin1String("&"));
-    return text.simplified();
-}
-
 bool fetchUpdates(const Context &c, int hwId, QVector<TxCatalogue::Update> *updates)
 {
     const QUrl folder = UpdateEndpoints::txUpdateFolder();
@@ -206,8 +192,9 @@ QString backUp(const Context &c, const TransmitterInfo &t, const Options &o, con
     BackupWorker worker(request);
     QString error;
     int newId = -1;
-    QObject::connect(&worker, &BackupWorker::error,
-                     [&](BackupWorker::ErrorType, const QString &text) { error = plain(text); });
+    QObject::connect(&worker, &BackupWorker::error, [&](BackupWorker::ErrorType, const QString &text) {
+        error = CliSupport::plainText(text);
+    });
     QObject::connect(&worker, &BackupWorker::insertBackupDbRequest,
                      [&](int hwId, const QString &name, const QString &description, const QStringList &files,
                          const QByteArray &zip) {
@@ -275,8 +262,9 @@ int update(const Context &c, const TransmitterInfo &t, const Options &o,
     QString error;
     QObject::connect(&worker, &UpdateWorker::processedFile,
                      [&](const QString &line) { c.print(line + '\n'); });
-    QObject::connect(&worker, &UpdateWorker::error,
-                     [&](UpdateWorker::ErrorType, const QString &text) { error = plain(text); });
+    QObject::connect(&worker, &UpdateWorker::error, [&](UpdateWorker::ErrorType, const QString &text) {
+        error = CliSupport::plainText(text);
+    });
     worker.doWork();
     const UpdateWorker::Summary s = worker.summary();
     c.print(QStringLiteral("%1 installed, %2 already up to date, %3 downloaded to the data folder\n")
