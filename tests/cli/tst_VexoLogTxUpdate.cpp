@@ -1,6 +1,7 @@
 // `vexo-log tx update` against a local update service: the list, an update with its backup restored
 // afterwards, the files its flags leave out, and the exit codes.
 #include "tests/support/LocalHttpServer.h"
+#include "tests/support/TestFiles.h"
 
 #include <QCryptographicHash>
 #include <QDirIterator>
@@ -19,27 +20,6 @@ struct Run
     QString err;
 };
 
-using Tree = QMap<QString, QByteArray>;
-
-bool put(const QString &path, const QByteArray &data)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(data) == data.size();
-}
-
-Tree snapshot(const QString &root)
-{
-    Tree tree;
-    QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString path = it.next();
-        QFile f(path);
-        f.open(QIODevice::ReadOnly);
-        tree.insert(QDir(root).relativeFilePath(path), f.readAll());
-    }
-    return tree;
-}
 } // namespace
 
 class tst_VexoLogTxUpdate : public QObject
@@ -96,9 +76,9 @@ private slots:
         m_db = m_dir->path() + "/data";
         QVERIFY(QDir().mkpath(m_db));
         // Spelled as the backup stores it: on the drive's FAT file system every spelling is the same file.
-        QVERIFY(put(m_drive + "/config/config.jsn", R"({"hw":674,"version":"4.22"})"));
-        QVERIFY(put(m_drive + "/update/fw.bin", "firmware v1"));
-        QVERIFY(put(m_drive + "/Audio/beep.wav", "beep v1"));
+        QVERIFY(putFile(m_drive + "/config/config.jsn", R"({"hw":674,"version":"4.22"})"));
+        QVERIFY(putFile(m_drive + "/update/fw.bin", "firmware v1"));
+        QVERIFY(putFile(m_drive + "/Audio/beep.wav", "beep v1"));
         const QJsonArray general{
             QJsonObject{{"hw", 674},
                         {"update", QJsonArray{QJsonObject{{"id", 1},
@@ -134,20 +114,20 @@ private slots:
         QFETCH(bool, service);
         QFETCH(int, code);
         QFETCH(QString, says);
-        const Tree before = snapshot(m_drive);
+        const FileTree before = fileTree(m_drive);
         const Run r = run(QStringList{"update", m_drive} + args, service);
         QCOMPARE(r.code, code);
         QVERIFY2((r.out + r.err).contains(says), qPrintable(r.out + r.err));
-        QCOMPARE(snapshot(m_drive), before);
+        QCOMPARE(fileTree(m_drive), before);
     }
 
     void updateThenUndo()
     {
-        const Tree before = snapshot(m_drive);
+        const FileTree before = fileTree(m_drive);
         const Run r = run({"update", m_drive, "--update", "1", "--db", m_db});
         QVERIFY2(r.code == 0, qPrintable(r.out + r.err));
         QVERIFY2(r.out.contains("Backup made: backup 1 "), qPrintable(r.out));
-        const Tree after = snapshot(m_drive);
+        const FileTree after = fileTree(m_drive);
         QCOMPARE(after.value("update/fw.bin"), QByteArray("firmware v2"));
         QCOMPARE(after.value("Audio/beep.wav"), QByteArray("beep v2"));
         QVERIFY(!after.contains("Audio/extra.wav"));  // offered unchecked
@@ -158,7 +138,7 @@ private slots:
 
         const Run undo = run({"restore", m_drive, "--backup", "1", "--db", m_db});
         QVERIFY2(undo.code == 0, qPrintable(undo.out + undo.err));
-        QCOMPARE(snapshot(m_drive), before);
+        QCOMPARE(fileTree(m_drive), before);
     }
 
     void droppedMidwayKeepsOldFile()
@@ -171,7 +151,7 @@ private slots:
         QCOMPARE(r.code, 3);
         QVERIFY2(r.err.contains("Error downloading Audio/beep.wav"), qPrintable(r.err));
         QVERIFY(r.out.contains("No backup was made (skipped)."));
-        const Tree after = snapshot(m_drive);
+        const FileTree after = fileTree(m_drive);
         QCOMPARE(after.value("update/fw.bin"), QByteArray("firmware v2"));
         QCOMPARE(after.value("Audio/beep.wav"), QByteArray("beep v1"));
         QCOMPARE(after.size(), 3);

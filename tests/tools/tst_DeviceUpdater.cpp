@@ -21,7 +21,7 @@ Built build(const QVector<int> &payloads)
 {
     Built b;
     b.bytes = kHeader;
-    int seed = 7;
+    quint32 seed = 7; // unsigned: the generator wraps
     for (int length : payloads) {
         QByteArray p;
         p.append(char(0x80 | (length >> 8))); // never 0: a first byte of 0 ends the chain

@@ -2,6 +2,7 @@
 #include "database/Logger.h"
 #include "tests/support/LocalHttpServer.h"
 #include "tests/support/ScriptedPrompter.h"
+#include "tests/support/TestFiles.h"
 #include "transmitter/RestoreWorker.h"
 #include "transmitter/ui/IntroPage.h"
 #include "transmitter/ui/TransmitterWizard.h"
@@ -29,28 +30,6 @@ namespace {
 constexpr int kUpdateRow = 3; // "Transmitter Update" on the intro page
 constexpr int kHw = 674;
 constexpr int kWait = 30000;
-
-using Tree = QMap<QString, QByteArray>;
-
-Tree snapshot(const QString &root)
-{
-    Tree tree;
-    QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        const QString path = it.next();
-        QFile f(path);
-        f.open(QIODevice::ReadOnly);
-        tree.insert(QDir(root).relativeFilePath(path), f.readAll());
-    }
-    return tree;
-}
-
-bool put(const QString &path, const QByteArray &data)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile f(path);
-    return f.open(QIODevice::WriteOnly) && f.write(data) == data.size();
-}
 
 QJsonObject language(const QString &en)
 {
@@ -151,10 +130,10 @@ private slots:
         m_dir = std::make_unique<QTemporaryDir>();
         QVERIFY(m_dir->isValid());
         m_drive = m_dir->filePath("drive");
-        QVERIFY(put(m_drive + "/config/config.jsn", "{\"config\":1}"));
-        QVERIFY(put(m_drive + "/update/fw.bin", "firmware v1"));
-        QVERIFY(put(m_drive + "/Audio/beep.wav", "beep v1"));
-        QVERIFY(put(m_drive + "/Model/m1.jsn", "model"));
+        QVERIFY(putFile(m_drive + "/config/config.jsn", "{\"config\":1}"));
+        QVERIFY(putFile(m_drive + "/update/fw.bin", "firmware v1"));
+        QVERIFY(putFile(m_drive + "/Audio/beep.wav", "beep v1"));
+        QVERIFY(putFile(m_drive + "/Model/m1.jsn", "model"));
         const QString data = m_dir->filePath("data");
         QVERIFY(QDir().mkpath(data));
         m_logger = std::make_unique<Logger>(QDir(data).filePath("Application.log"));
@@ -266,13 +245,13 @@ private slots:
         overview->tree()->setCurrentItem(overview->fileItem(0));
         QCOMPARE(overview->descriptionBox()->toPlainText(), "about " + u.files.at(0).destination);
 
-        const Tree before = snapshot(m_drive);
+        const FileTree before = fileTree(m_drive);
         w->button(QWizard::CommitButton)->click();
         if (chosen.contains("../evil.wav")) {
             QVERIFY2(m_prompter->only().startsWith("warning|Updater error.|This update cannot be installed"),
                      qPrintable(m_prompter->only()));
             QCOMPARE(w->currentId(), int(TransmitterWizard::UpdateOverviewId));
-            QCOMPARE(snapshot(m_drive), before);
+            QCOMPARE(fileTree(m_drive), before);
             return;
         }
         if (chosen.isEmpty()) {
@@ -285,7 +264,7 @@ private slots:
         waitForPage(w.get(), TransmitterWizard::UpdateFinishId);
         QCOMPARE(qobject_cast<UpdateFinishPage *>(w->currentPage())->backupText(),
                  QString("No backup was made (skipped)."));
-        const Tree after = snapshot(m_drive);
+        const FileTree after = fileTree(m_drive);
         QCOMPARE(after.value("update/fw.bin"), QByteArray("firmware v2"));
         QCOMPARE(after.value("Audio/beep.wav"), QByteArray("beep v2"));
         QCOMPARE(after.contains("Audio/extra.wav"), chosen.contains("Audio/extra.wav"));
@@ -313,14 +292,14 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(!progress->isRunning(), kWait);
         QCOMPARE(progress->statusText(), QString("Update canceled."));
         QCOMPARE(w->currentId(), int(TransmitterWizard::UpdateProgressId));
-        QCOMPARE(snapshot(m_drive).value("update/fw.bin"), QByteArray("firmware v1"));
+        QCOMPARE(fileTree(m_drive).value("update/fw.bin"), QByteArray("firmware v1"));
         QCOMPARE(m_server.requestCount("/beep"), 0);
     }
 
     // The backup made before the update brings the drive back to how it was.
     void backupBeforeUpdateRestores()
     {
-        const Tree before = snapshot(m_drive);
+        const FileTree before = fileTree(m_drive);
         auto w = wizard();
         QVERIFY(toCheck(w.get()));
         w->next();
@@ -337,7 +316,7 @@ private slots:
         QVERIFY(m_prompter->asked.isEmpty());
         const QString text = qobject_cast<UpdateFinishPage *>(w->currentPage())->backupText();
         QVERIFY2(text.contains("the backup \"Vexo-HC-6_V5.2\" in the database"), qPrintable(text));
-        QVERIFY(snapshot(m_drive) != before);
+        QVERIFY(fileTree(m_drive) != before);
 
         const QVector<BackupRow> rows = m_db->listBackups();
         QCOMPARE(rows.size(), 1);
@@ -352,7 +331,7 @@ private slots:
                          [&](RestoreWorker::ErrorType, const QString &t) { error = t; });
         restore.doWork();
         QVERIFY2(error.isEmpty(), qPrintable(error));
-        QCOMPARE(snapshot(m_drive), before);
+        QCOMPARE(fileTree(m_drive), before);
     }
 };
 
