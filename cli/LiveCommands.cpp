@@ -1,4 +1,6 @@
 #include "cli/LiveCommands.h"
+
+#include "cli/CliSupport.h"
 #include "telemetry/AtomicFile.h"
 
 #include "cli/SignalWatcher.h"
@@ -217,7 +219,7 @@ int LiveCommands::record(const QStringList &args, std::FILE *out, std::FILE *err
             QDateTime::fromMSecsSinceEpoch(decoder.sessionStart() + package.lastTimestamp()),
             recorded > 0 ? QStringLiteral("in %1").arg(o.out) : QString());
         std::fprintf(err, "vexo-log: %s (%s: %s)\n", said.toUtf8().constData(), o.port.toUtf8().constData(),
-                     link.wrapper()->lastError().toUtf8().constData());
+                     CliSupport::plainText(link.wrapper()->lastError()).toUtf8().constData());
         return 1;
     }
     return 0;
