@@ -250,6 +250,21 @@ void DialogUpdater::requestUpdateInfo()
     if (!m_updater || m_busy)
         return;
     m_infoOnly = true;
+    // With several devices on the bus, the one the chosen firmware is for is asked; otherwise the one
+    // alone on the adapter.
+    DeviceUpdater::Options options = m_updater->options();
+    options.target = 0;
+    const QTreeWidgetItem *item = m_list->currentItem();
+    if (m_customFile.isEmpty() && item && m_link) {
+        const int hw = item->data(0, HwRole).toInt();
+        for (const Device &d : m_link->devices()) {
+            if (d.hardware == hw && d.identifier != 0) {
+                options.target = d.identifier;
+                break;
+            }
+        }
+    }
+    m_updater->setOptions(options);
     setBusy(true);
     setStatus(tr("Get device info:"));
     m_updater->requestUpdateInfo();
