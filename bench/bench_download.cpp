@@ -2,6 +2,7 @@
 // the same run: MB/s and peak memory. Two sizes show whether memory depends on the size of the file.
 // Usage: bench_download [MEGABYTES] [WORK-FOLDER]
 #include "BenchUtil.h"
+#include "ServerThread.h"
 
 #include "tests/support/LocalHttpServer.h"
 #include "tools/SaveFileDownloader.h"
@@ -91,34 +92,25 @@ int main(int argc, char **argv)
         return 2;
     }
 
-    // The server gets a thread of its own, as a real server is another machine: it must not share the
-    // event loop of the download it serves.
-    QThread serverThread;
-    serverThread.start();
-    QObject inThread;
-    inThread.moveToThread(&serverThread);
-    LocalHttpServer *server = nullptr;
+    ServerThread serverThread;
+    LocalHttpServer *server = serverThread.server();
     QString base;
     QByteArray noiseBlock;
-    QMetaObject::invokeMethod(
-        &inThread,
-        [&] {
-            server = new LocalHttpServer;
-            QByteArray noise(64 * 1024, Qt::Uninitialized);
-            QRandomGenerator rng(1);
-            for (char &c : noise)
-                c = char(rng.generate());
-            for (const qint64 mb : {megabytes / 10, megabytes}) {
-                LocalHttpServer::Reply reply = LocalHttpServer::Reply::ok(noise);
-                reply.fault = LocalHttpServer::Reply::Flood;
-                reply.floodBytes = mb * 1000 * 1000;
-                // Every request gets the same reply: each one is served afresh.
-                server->setReply("/" + QByteArray::number(mb) + ".bin", reply);
-            }
-            base = server->url();
-            noiseBlock = noise;
-        },
-        Qt::BlockingQueuedConnection);
+    serverThread.run([&] {
+        QByteArray noise(64 * 1024, Qt::Uninitialized);
+        QRandomGenerator rng(1);
+        for (char &c : noise)
+            c = char(rng.generate());
+        for (const qint64 mb : {megabytes / 10, megabytes}) {
+            LocalHttpServer::Reply reply = LocalHttpServer::Reply::ok(noise);
+            reply.fault = LocalHttpServer::Reply::Flood;
+            reply.floodBytes = mb * 1000 * 1000;
+            // Every request gets the same reply: each one is served afresh.
+            server->setReply("/" + QByteArray::number(mb) + ".bin", reply);
+        }
+        base = server->url();
+        noiseBlock = noise;
+    });
 
     std::printf("Download from the local HTTP server (127.0.0.1), %lld MB\n", (long long)megabytes);
     // curl first, so its peak is its own; then alternating rounds, best of two each.
@@ -154,9 +146,5 @@ int main(int argc, char **argv)
     }
     std::printf("  (peak: resident size above the process before the download; curl: its whole process)\n");
 
-    QMetaObject::invokeMethod(
-        &inThread, [&] { delete server; }, Qt::BlockingQueuedConnection);
-    serverThread.quit();
-    serverThread.wait();
     return 0;
 }

@@ -3,6 +3,7 @@
 // already up to date (hashed, nothing fetched).
 // Usage: bench_tx_update [FILES] [WORK-FOLDER]
 #include "BenchUtil.h"
+#include "ServerThread.h"
 
 #include "tests/support/LocalHttpServer.h"
 #include "transmitter/UpdateWorker.h"
@@ -57,38 +58,29 @@ int main(int argc, char **argv)
         return 2;
     }
 
-    // The server gets a thread of its own, as a real server is another machine.
-    QThread serverThread;
-    serverThread.start();
-    QObject inThread;
-    inThread.moveToThread(&serverThread);
-    LocalHttpServer *server = nullptr;
+    ServerThread serverThread;
+    LocalHttpServer *server = serverThread.server();
     QVector<TxCatalogue::FileEntry> files;
     qint64 total = 0;
-    QMetaObject::invokeMethod(
-        &inThread,
-        [&] {
-            server = new LocalHttpServer;
-            QRandomGenerator rng(19);
-            for (int i = 0; i < count; ++i) {
-                // Mostly small files, some large, as on a transmitter: sounds, images, scripts, firmware.
-                const int size = 4096 + int(rng.bounded(i % 10 == 0 ? 196 * 1024 : 28 * 1024));
-                QByteArray body(size, Qt::Uninitialized);
-                for (char &c : body)
-                    c = char(rng.generate());
-                const QByteArray path = "/f/" + QByteArray::number(i) + ".bin";
-                server->setReply(path, LocalHttpServer::Reply::ok(body));
-                TxCatalogue::FileEntry e;
-                e.url = QUrl(server->url(QString::fromLatin1(path)));
-                e.hash =
-                    QString::fromLatin1(QCryptographicHash::hash(body, QCryptographicHash::Sha1).toHex());
-                e.size = size;
-                e.destination = QStringLiteral("Audio/set%1/file%2.bin").arg(i % 8).arg(i);
-                files << e;
-                total += size;
-            }
-        },
-        Qt::BlockingQueuedConnection);
+    serverThread.run([&] {
+        QRandomGenerator rng(19);
+        for (int i = 0; i < count; ++i) {
+            // Mostly small files, some large, as on a transmitter: sounds, images, scripts, firmware.
+            const int size = 4096 + int(rng.bounded(i % 10 == 0 ? 196 * 1024 : 28 * 1024));
+            QByteArray body(size, Qt::Uninitialized);
+            for (char &c : body)
+                c = char(rng.generate());
+            const QByteArray path = "/f/" + QByteArray::number(i) + ".bin";
+            server->setReply(path, LocalHttpServer::Reply::ok(body));
+            TxCatalogue::FileEntry e;
+            e.url = QUrl(server->url(QString::fromLatin1(path)));
+            e.hash = QString::fromLatin1(QCryptographicHash::hash(body, QCryptographicHash::Sha1).toHex());
+            e.size = size;
+            e.destination = QStringLiteral("Audio/set%1/file%2.bin").arg(i % 8).arg(i);
+            files << e;
+            total += size;
+        }
+    });
 
     const QString root = tmp.filePath("drive");
     const QString data = tmp.filePath("data");
@@ -108,9 +100,5 @@ int main(int argc, char **argv)
     print("second run (all up to date)", again, count, total);
     std::printf("  peak resident size above the start: %.1f MB\n", (peak - rss0) / 1e6);
 
-    QMetaObject::invokeMethod(
-        &inThread, [&] { delete server; }, Qt::BlockingQueuedConnection);
-    serverThread.quit();
-    serverThread.wait();
     return 0;
 }
