@@ -41,19 +41,8 @@ bool fetchList(const Context &c, QVector<TxCatalogue::App> *apps)
     const QUrl url = folder.resolved(QUrl(QStringLiteral("apps.json")));
     FileDownloader download;
     download.setMaxSize(TxCatalogue::kMaxListBytes);
-    QEventLoop loop;
-    bool done = false;
-    bool ok = false;
-    QObject::connect(&download, &AbstractDownloader::finished, &loop, [&](bool success) {
-        done = true;
-        ok = success;
-        loop.quit();
-    });
-    download.download(url);
-    if (!done)
-        loop.exec();
     QString error;
-    if (!ok) {
+    if (!download.downloadAndWait(url)) {
         c.fail(QStringLiteral("An error occurred while downloading Lua-apps list. Try again later. (%1)")
                    .arg(download.errorString()));
         return false;

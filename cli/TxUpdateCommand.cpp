@@ -18,7 +18,6 @@
 #include <QDateTime>
 #include <QDebug>
 #include <QDir>
-#include <QEventLoop>
 #include <QFileInfo>
 #include <QRegularExpression>
 
@@ -106,15 +105,7 @@ bool fetchUpdates(const Context &c, int hwId, QVector<TxCatalogue::Update> *upda
     }
     FileDownloader downloader;
     downloader.setMaxSize(TxCatalogue::kMaxListBytes);
-    QEventLoop loop;
-    bool ok = false;
-    QObject::connect(&downloader, &AbstractDownloader::finished, &loop, [&](bool done) {
-        ok = done;
-        loop.quit();
-    });
-    downloader.download(folder.resolved(QUrl(QStringLiteral("update.json"))));
-    loop.exec();
-    if (!ok) {
+    if (!downloader.downloadAndWait(folder.resolved(QUrl(QStringLiteral("update.json"))))) {
         c.fail(QStringLiteral("There was an error during downloading the updates list. Try again later. (%1)")
                    .arg(downloader.errorString()));
         return false;

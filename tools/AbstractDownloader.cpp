@@ -4,6 +4,7 @@
 #include "tools/Sha1Check.h"
 
 #include <QDebug>
+#include <QEventLoop>
 #include <QMetaType>
 #include <QNetworkAccessManager>
 #include <QNetworkRequest>
@@ -89,6 +90,21 @@ bool AbstractDownloader::redirectAllowed(const QUrl &from, const QUrl &to)
 void AbstractDownloader::setError(const QString &text)
 {
     m_errorString = text;
+}
+
+bool AbstractDownloader::downloadAndWait(const QUrl &url)
+{
+    QEventLoop loop;
+    bool ok = false;
+    const auto c = connect(this, &AbstractDownloader::finished, &loop, [&](bool done) {
+        ok = done;
+        loop.quit();
+    });
+    // finished() always comes from the event loop, so it cannot pass before the loop runs.
+    download(url);
+    loop.exec();
+    disconnect(c);
+    return ok;
 }
 
 void AbstractDownloader::download(const QUrl &url)

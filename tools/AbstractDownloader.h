@@ -48,6 +48,9 @@ public:
     void download(const QUrl &url);
     // Stops the running download; finished(false) follows when one was running.
     void abort();
+    // download(), then a local event loop until finished(): for command-line tools and workers on a thread
+    // of their own, never the interface thread. Queued calls (an abort()) are served meanwhile.
+    bool downloadAndWait(const QUrl &url);
 
     bool isRunning() const { return !m_reply.isNull(); }
     QUrl url() const { return m_url; }

@@ -168,19 +168,10 @@ bool UpdateWorker::downloadOne(const TxCatalogue::FileEntry &file, QString *mess
         return true;
     }
     emit processedFile(tr("Downloading \"%1\"").arg(file.destination));
-    bool ok = false;
-    QEventLoop loop;
-    const auto c = connect(m_downloader, &AbstractDownloader::finished, &loop, [&](bool done) {
-        ok = done;
-        loop.quit();
-    });
     m_downloader->setFileName(target);
     m_downloader->setExpectedSize(file.size >= 0 ? file.size : -1);
     m_downloader->setExpectedSha1(file.hash);
-    m_downloader->download(file.url);
-    loop.exec();
-    disconnect(c);
-    if (!ok) {
+    if (!m_downloader->downloadAndWait(file.url)) {
         *message = m_downloader->hashMismatch()
                        ? tr("SHA1 for file \"%1\" does not match! Expected: %2, computed: %3")
                              .arg(file.destination, file.hash.trimmed().toLower(), m_downloader->sha1Hex())
