@@ -143,8 +143,11 @@ int list(const QStringList &args, std::FILE *out, std::FILE *err)
     if (path.isEmpty())
         return usage(err, QStringLiteral("list takes one database file"));
     FirmwareDatabase db(language);
-    if (!db.open(path))
-        return CliSupport::fail(err, QStringLiteral("%1: %2").arg(path, db.lastError()));
+    if (!db.open(path)) {
+        // Most reasons name the file already; "Device database doesn't exist" does not.
+        const QString why = db.lastError();
+        return CliSupport::fail(err, why.startsWith(path) ? why : QStringLiteral("%1: %2").arg(path, why));
+    }
     QString text = QStringLiteral("%1 (notes in \"%2\")\n").arg(path, db.language());
     QList<int> devices;
     for (const FirmwareDatabase::Overview &o : db.overview()) {

@@ -54,6 +54,11 @@ bool FirmwareImage::parse(const QByteArray &image, FirmwareImage *out, QString *
         parsed.m_packets.append(image.mid(pos, length));
         pos += length;
     }
+    // Padding after a real chain is tolerated; a chain that ends at once with data behind it is some other
+    // kind of file (a picture, an archive) that would program nothing.
+    if (parsed.m_packets.isEmpty() && pos + 1 < size)
+        return fail(tr("This is not a firmware image: its packet chain ends at once, yet %1 bytes follow.")
+                        .arg(size - pos - 1));
     if (out)
         *out = std::move(parsed);
     if (error)

@@ -77,6 +77,8 @@ void tst_FirmwareImage::refused_data()
     QByteArray huge = kHeader;
     while (huge.size() <= FirmwareImage::kMaxImageBytes)
         huge += packet(0x0F, 0xFF, 0xFFF);
+    QTest::newRow("no packets but data behind the end (a foreign file)")
+        << kHeader + '\0' + QByteArray("IHDR", 4) << "not a firmware image";
     QTest::newRow("over the size limit") << huge + '\0' << "too large";
 }
 
